@@ -1,0 +1,117 @@
+// The base of every reactor, and the notifiee list that an entity keeps of its reactors.
+// A reactor follows an owner: itself when it stands alone, its state machine when it is one of the
+// machine's nested reactors. The owner's marked-for-deletion flag makes the reactor a zombie, and the
+// owner is kept alive while one of its reactors is being called.
+#pragma once
+
+#include "kernel/Ptr.h"
+
+namespace Kiv {
+
+class NotifieeBase;
+
+// Holds an object across a call that may drop its last other reference. An object still under
+// construction (no reference yet) is left alone, or the hold would destroy it.
+class KeepAlive {
+ public:
+  explicit KeepAlive(const PtrInterface* p) : p_(p && p->references() ? p : nullptr) {
+    if (p_) p_->newRef();
+  }
+  ~KeepAlive() {
+    if (p_) p_->deleteRef();
+  }
+  KeepAlive(const KeepAlive&) = delete;
+  KeepAlive& operator=(const KeepAlive&) = delete;
+
+ private:
+  const PtrInterface* p_;
+};
+
+// Intrusive doubly linked list of notifiees. Visiting survives handlers that add or remove members
+// (even the one being called) or drop the list's owner: removal advances any visit that stands on it.
+class NotifieeList {
+ public:
+  NotifieeList() = default;
+  NotifieeList(const NotifieeList&) = delete;
+  NotifieeList& operator=(const NotifieeList&) = delete;
+  ~NotifieeList();
+
+  bool empty() const { return head_ == nullptr; }
+  void add(NotifieeBase* n);
+  void remove(NotifieeBase* n);
+
+  // Calls fn(n) for each member that is not a zombie, holding its owner meanwhile.
+  template <class Fn>
+  void visit(Fn&& fn);
+
+ private:
+  struct Visit {
+    NotifieeList* list;
+    NotifieeBase* next;
+    Visit* outer;
+  };
+  static thread_local Visit* activeVisits_;
+  NotifieeBase* head_ = nullptr;
+  NotifieeBase* tail_ = nullptr;
+  friend class NotifieeBase;
+};
+
+class NotifieeBase : public PtrInterface {
+ public:
+  explicit NotifieeBase(PtrInterface* owner = nullptr) : owner_(owner ? owner : this) {}
+  NotifieeBase(const NotifieeBase&) = delete;
+  NotifieeBase& operator=(const NotifieeBase&) = delete;
+  ~NotifieeBase() override { detach(); }
+
+  PtrInterface* kivOwner() const { return owner_; }
+  bool kivIsZombie() const { return owner_->kivMarkedForDeletion(); }
+  bool isRegisteredNotifiee() const { return registered_; }
+
+ protected:
+  // The list of the watched object, or null; set by the typed notifierIs of each notifiee kind.
+  void listIs(NotifieeList* list) {
+    if (list == list_) return;
+    detach();
+    list_ = list;
+    if (list_ && registered_) list_->add(this);
+  }
+  void registeredIs(bool on) {
+    if (on == registered_) return;
+    registered_ = on;
+    if (!list_) return;
+    on ? list_->add(this) : list_->remove(this);
+  }
+  // Called when the watched object goes away under the notifiee.
+  void listGone() { list_ = nullptr, prev_ = next_ = nullptr; }
+
+ private:
+  void detach() {
+    if (list_ && registered_) list_->remove(this);
+    list_ = nullptr;
+  }
+  PtrInterface* owner_;
+  NotifieeList* list_ = nullptr;
+  NotifieeBase* prev_ = nullptr;
+  NotifieeBase* next_ = nullptr;
+  bool registered_ = true;
+  friend class NotifieeList;
+};
+
+template <class Fn>
+void NotifieeList::visit(Fn&& fn) {
+  Visit v{this, head_, activeVisits_};
+  activeVisits_ = &v;
+  struct Pop {
+    Visit* v;
+    ~Pop() { activeVisits_ = v->outer; }
+  } pop{&v};
+  while (v.list && v.next) {
+    NotifieeBase* n = v.next;
+    v.next = n->next_;
+    if (n->kivIsZombie()) continue;
+    KeepAlive hold(n->owner_);
+    fn(n);
+  }
+}
+
+}  // namespace Kiv

@@ -1,0 +1,37 @@
+// Number parsing and printing for the text forms of attribute values.
+#include "kernel/Value.h"
+
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+
+namespace Kiv::detail {
+
+bool parseInteger(std::string_view s, long long& out) {
+  auto r = std::from_chars(s.data(), s.data() + s.size(), out);
+  return r.ec == std::errc() && r.ptr == s.data() + s.size() && !s.empty();
+}
+
+bool parseUnsigned(std::string_view s, unsigned long long& out) {
+  if (s.empty() || s[0] == '-') return false;
+  auto r = std::from_chars(s.data(), s.data() + s.size(), out);
+  return r.ec == std::errc() && r.ptr == s.data() + s.size();
+}
+
+bool parseDouble(std::string_view s, double& out) {
+  if (s == "inf") return out = std::numeric_limits<double>::infinity(), true;
+  std::string tmp(s);
+  char* end = nullptr;
+  out = std::strtod(tmp.c_str(), &end);
+  return !tmp.empty() && end == tmp.c_str() + tmp.size();
+}
+
+std::string doubleText(double v) {
+  if (std::isinf(v)) return v > 0 ? "inf" : "-inf";
+  char buf[64];
+  std::snprintf(buf, sizeof buf, "%.17g", v);
+  return buf;
+}
+
+}  // namespace Kiv::detail
