@@ -16,11 +16,14 @@ NotifieeList::~NotifieeList() {
   }
 }
 
+// Appends: members are called in the order they joined. Lists are short, so the walk is cheap, and
+// it saves a tail pointer in every entity.
 void NotifieeList::add(NotifieeBase* n) {
-  n->prev_ = tail_;
+  NotifieeBase* last = head_;
+  while (last && last->next_) last = last->next_;
+  n->prev_ = last;
   n->next_ = nullptr;
-  (tail_ ? tail_->next_ : head_) = n;
-  tail_ = n;
+  (last ? last->next_ : head_) = n;
 }
 
 void NotifieeList::remove(NotifieeBase* n) {
@@ -28,7 +31,7 @@ void NotifieeList::remove(NotifieeBase* n) {
     if (v->next == n) v->next = n->next_;
   }
   (n->prev_ ? n->prev_->next_ : head_) = n->next_;
-  (n->next_ ? n->next_->prev_ : tail_) = n->prev_;
+  if (n->next_) n->next_->prev_ = n->prev_;
   n->prev_ = n->next_ = nullptr;
 }
 

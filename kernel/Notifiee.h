@@ -52,7 +52,6 @@ class NotifieeList {
   };
   static thread_local Visit* activeVisits_;
   NotifieeBase* head_ = nullptr;
-  NotifieeBase* tail_ = nullptr;
   friend class NotifieeBase;
 };
 

@@ -78,13 +78,11 @@ class Ptr {
     if (p_) p_->newRef();
   }
   Ptr(Ptr&& o) noexcept : p_(o.p_) { o.p_ = nullptr; }
-  template <class U>
-    requires std::is_convertible_v<U*, T*>
+  template <class U, class = std::enable_if_t<std::is_convertible_v<U*, T*>>>
   Ptr(const Ptr<U>& o) noexcept : p_(o.ptr()) {
     if (p_) p_->newRef();
   }
-  template <class U>
-    requires std::is_convertible_v<U*, T*>
+  template <class U, class = std::enable_if_t<std::is_convertible_v<U*, T*>>>
   Ptr(Ptr<U>&& o) noexcept : p_(o.release()) {}
   ~Ptr() {
     if (p_) p_->deleteRef();

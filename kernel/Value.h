@@ -77,7 +77,8 @@ struct ValueTraits<bool> {
 };
 
 template <class T>
-struct ValueTraits<T, std::enable_if_t<(std::is_integral_v<T> && !std::is_same_v<T, bool>) || std::is_enum_v<T>>> {
+struct ValueTraits<
+    T, std::enable_if_t<(std::is_integral_v<T> && !std::is_same_v<T, bool>) || std::is_enum_v<T>>> {
   static constexpr const char* typeName = std::is_enum_v<T> ? "enum" : (std::is_signed_v<T> ? "int" : "uint");
   static std::string text(T v) {
     if constexpr (std::is_enum_v<T>) {
@@ -90,7 +91,8 @@ struct ValueTraits<T, std::enable_if_t<(std::is_integral_v<T> && !std::is_same_v
     using U = std::conditional_t<std::is_enum_v<T>, std::underlying_type<T>, std::type_identity<T>>::type;
     if constexpr (std::is_signed_v<U>) {
       long long x;
-      if (!detail::parseInteger(s, x) || x < std::numeric_limits<U>::min() || x > std::numeric_limits<U>::max())
+      if (!detail::parseInteger(s, x) || x < std::numeric_limits<U>::min() ||
+          x > std::numeric_limits<U>::max())
         return false;
       v = static_cast<T>(x);
     } else {

@@ -17,13 +17,13 @@ void result(const std::string& name, double value, const std::string& unit);
 }  // namespace Bench
 
 // Google Benchmark main that prints the RESULT lines after the runs.
-#define BENCH_MAIN()                                        \
-  int main(int argc, char** argv) {                         \
-    ::benchmark::Initialize(&argc, argv);                   \
-    ::benchmark::RunSpecifiedBenchmarks();                  \
-    ::benchmark::Shutdown();                                \
-    ::Bench::printResults();                                \
-    return 0;                                               \
+#define BENCH_MAIN()                       \
+  int main(int argc, char** argv) {        \
+    ::benchmark::Initialize(&argc, argv);  \
+    ::benchmark::RunSpecifiedBenchmarks(); \
+    ::benchmark::Shutdown();               \
+    ::Bench::printResults();               \
+    return 0;                              \
   }
 
 namespace Bench {

@@ -1,0 +1,137 @@
+// Entities: addressable attribute holders with notifiee lists, and the reflection table that every
+// entity type gets from its one declaration (see EntityDecl.h). A setter compares first; a change is
+// delivered synchronously, before the setter returns, to every registered notifiee.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kernel/HashMap.h"
+#include "kernel/Notifiee.h"
+#include "kernel/Value.h"
+
+namespace Kiv {
+
+class Entity;
+struct TypeInfo;
+
+enum class AttrKind : uint8_t { scalar, counter, child, values, entities };
+
+// One attribute of an entity type, with its generic (text and binary) access. Collections are
+// visited element by element; child entities are reached through childAt.
+struct AttrInfo {
+  using ElementFn = void (*)(void* ctx, const std::string& key, const std::string& value,
+                             const Entity* child);
+  const char* name = nullptr;
+  AttrKind kind = AttrKind::scalar;
+  uint16_t id = 0;
+  const char* keyType = nullptr;
+  const char* valueType = nullptr;
+  const TypeInfo* (*childType)() = nullptr;
+  std::string (*text)(const Entity&) = nullptr;
+  bool (*textIs)(Entity&, std::string_view) = nullptr;
+  void (*binary)(const Entity&, std::string&) = nullptr;
+  bool (*binaryIs)(Entity&, std::string_view&) = nullptr;
+  void (*forEach)(const Entity&, void* ctx, ElementFn fn) = nullptr;
+  bool (*elementIs)(Entity&, std::string_view key, std::string_view value) = nullptr;
+  bool (*elementDel)(Entity&, std::string_view key) = nullptr;
+  Entity* (*childAt)(const Entity&, std::string_view key) = nullptr;
+};
+
+struct TypeInfo {
+  const char* name;
+  std::vector<AttrInfo> attrs;
+  const AttrInfo* attr(std::string_view n) const {
+    for (auto& a : attrs) {
+      if (n == a.name) return &a;
+    }
+    return nullptr;
+  }
+};
+
+class Entity : public PtrInterface {
+ public:
+  Entity() { hasNotificationActiveIs(true); }
+  Entity(const Entity&) = delete;
+  Entity& operator=(const Entity&) = delete;
+
+  virtual Name name() const = 0;
+  virtual const TypeInfo& typeInfo() const = 0;
+  Entity* parent() const { return parent_; }
+  void parentIs(Entity* p) { parent_ = p; }
+  uint16_t parentAttrId() const { return parentAttrId_; }
+  void parentAttrIdIs(uint16_t id) { parentAttrId_ = id; }
+  NotifieeList& kivNotifiees() const { return notifiees_; }
+
+ protected:
+  // Delivers a change of attribute id (and element *key of a collection; null for the whole).
+  void kivNotify(uint16_t id, const void* key) const;
+
+ private:
+  Entity* parent_ = nullptr;
+  mutable NotifieeList notifiees_;
+  uint16_t parentAttrId_ = 0;
+};
+
+// A notifiee of some entity type: the generated NotifieeConst of each type derives from this.
+class EntityNotifieeBase : public NotifieeBase {
+ public:
+  using NotifieeBase::NotifieeBase;
+  // Dispatches a change to the typed stub; a generic observer may override it directly.
+  virtual void kivOnAttr(uint16_t id, const void* key) = 0;
+  // Runs every keyless stub in declared order, as if everything had just changed.
+  virtual void kivSweep() = 0;
+};
+
+template <class E>
+class EntityNotifiee : public EntityNotifieeBase {
+ public:
+  using EntityNotifieeBase::EntityNotifieeBase;
+  const Ptr<E const>& notifier() const { return notifier_; }
+  // Moves to the new notifier's list and, for a live notifier, runs the attach sweep.
+  void notifierIs(const Ptr<E const>& n) {
+    if (n == notifier_) return;
+    notifier_ = n;
+    listIs(n ? &n->kivNotifiees() : nullptr);
+    if (n && !kivIsZombie()) kivSweep();
+  }
+  void isRegisteredNotifieeIs(bool on) { registeredIs(on); }
+
+ private:
+  Ptr<E const> notifier_;
+};
+
+inline void Entity::kivNotify(uint16_t id, const void* key) const {
+  if (notifiees_.empty() || !hasNotificationActive()) return;
+  Ptr<Entity const> hold(references() ? this : nullptr);
+  notifiees_.visit([&](NotifieeBase* n) { static_cast<EntityNotifieeBase*>(n)->kivOnAttr(id, key); });
+}
+
+// An entity with a name of its own (directories, singletons, configuration roots).
+class NamedEntity : public Entity {
+ public:
+  explicit NamedEntity(const Name& n) : name_(n) {}
+  Name name() const override { return name_; }
+  bool kivSameArgs(const Name& n) const { return n == name_; }
+
+ private:
+  Name name_;
+};
+
+// An entity that is an element of a keyed collection: it carries its key and the chain link.
+template <class K>
+class KeyedEntity : public Entity, public HashLink<KeyedEntity<K>> {
+ public:
+  using Key = K;
+  explicit KeyedEntity(const K& k) : key_(k) {}
+  const K& kivKey() const { return key_; }
+  Name name() const override { return Name(ValueTraits<K>::text(key_)); }
+  bool kivSameArgs(const K& k) const { return k == key_; }
+
+ private:
+  K key_;
+};
+
+}  // namespace Kiv

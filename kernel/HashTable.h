@@ -1,0 +1,159 @@
+// The hash table under HashMap and HashMap2018: a power-of-two bucket array indexed by the top bits
+// of the bit-reversed key hash, each chain kept sorted by that reversed hash. Iteration therefore runs
+// in reversed-hash order whatever the table's size, which is what makes a bookmark (a key) meaningful:
+// a walk restarted from a key continues with whatever follows that key's position, even if the key has
+// gone or the table has grown. Lookup hashes and never allocates.
+#pragma once
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <new>
+
+#include "kernel/Value.h"
+
+namespace Kiv::detail {
+
+inline uint64_t reverseBits(uint64_t x) {
+  x = ((x >> 1) & 0x5555555555555555ull) | ((x & 0x5555555555555555ull) << 1);
+  x = ((x >> 2) & 0x3333333333333333ull) | ((x & 0x3333333333333333ull) << 2);
+  x = ((x >> 4) & 0x0f0f0f0f0f0f0f0full) | ((x & 0x0f0f0f0f0f0f0f0full) << 4);
+  return __builtin_bswap64(x);
+}
+
+// Node must provide: Node* kivNext, and Ops::key(node), Ops::release(node) (drops the table's hold).
+// The table with one bucket keeps it inline, so a one-element map costs no bucket allocation.
+template <class Node, class Key, class Ops>
+class HashTable {
+ public:
+  HashTable() = default;
+  HashTable(const HashTable&) = delete;
+  HashTable& operator=(const HashTable&) = delete;
+  ~HashTable() { clear(); }
+
+  size_t size() const { return size_; }
+  bool empty() const { return size_ == 0; }
+  uint32_t version() const { return version_; }
+
+  static uint64_t order(const Key& k) { return reverseBits(hashOf(k)); }
+
+  Node* find(const Key& k) const {
+    if (!size_) return nullptr;
+    uint64_t o = order(k);
+    for (Node* n = bucket(o); n; n = n->kivNext) {
+      if (Ops::key(n) == k) return n;
+    }
+    return nullptr;
+  }
+
+  // Links a node whose key is absent.
+  void insert(Node* n) {
+    if (size_ + 1 > capacity()) grow();
+    uint64_t o = order(Ops::key(n));
+    Node** link = &slot(o);
+    while (*link && order(Ops::key(*link)) <= o) link = &(*link)->kivNext;
+    n->kivNext = *link;
+    *link = n;
+    ++size_;
+    ++version_;
+  }
+
+  // Unlinks the node of key k and returns it (the caller takes over the table's hold), or null.
+  Node* unlink(const Key& k) {
+    if (!size_) return nullptr;
+    for (Node** link = &slot(order(k)); *link; link = &(*link)->kivNext) {
+      if (Ops::key(*link) == k) {
+        Node* n = *link;
+        *link = n->kivNext;
+        n->kivNext = nullptr;
+        --size_;
+        ++version_;
+        return n;
+      }
+    }
+    return nullptr;
+  }
+
+  void clear() {
+    if (!size_) return;
+    size_t nb = capacity();
+    Node** b = buckets();
+    for (size_t i = 0; i < nb; ++i) {
+      Node* n = b[i];
+      b[i] = nullptr;
+      while (n) {
+        Node* next = n->kivNext;
+        n->kivNext = nullptr;
+        Ops::release(n);
+        n = next;
+      }
+    }
+    size_ = 0;
+    ++version_;
+  }
+
+  // The first node at or after order o (inclusive when inclusive is set), or null.
+  Node* firstFrom(uint64_t o, bool inclusive) const {
+    if (!size_) return nullptr;
+    size_t nb = capacity();
+    size_t i = index(o);
+    for (Node* n = buckets()[i]; n; n = n->kivNext) {
+      uint64_t no = order(Ops::key(n));
+      if (no > o || (inclusive && no == o)) return n;
+    }
+    for (++i; i < nb; ++i) {
+      if (Node* n = buckets()[i]) return n;
+    }
+    return nullptr;
+  }
+  Node* first() const { return firstFrom(0, true); }
+  // Successor of a node that is still linked.
+  Node* next(const Node* n) const {
+    if (n->kivNext) return n->kivNext;
+    size_t nb = capacity();
+    for (size_t i = index(order(Ops::key(n))) + 1; i < nb; ++i) {
+      if (Node* m = buckets()[i]) return m;
+    }
+    return nullptr;
+  }
+
+ private:
+  size_t capacity() const { return size_t(1) << log2_; }
+  Node** buckets() const { return log2_ ? many_ : const_cast<Node**>(&one_); }
+  size_t index(uint64_t o) const { return log2_ ? size_t(o >> (64 - log2_)) : 0; }
+  Node*& slot(uint64_t o) { return buckets()[index(o)]; }
+  Node* bucket(uint64_t o) const { return buckets()[index(o)]; }
+
+  void grow() {
+    uint8_t newLog2 = log2_ + 1;
+    size_t nb = size_t(1) << newLog2;
+    auto fresh = static_cast<Node**>(std::calloc(nb, sizeof(Node*)));
+    if (!fresh) throw std::bad_alloc();
+    // Walking in order and appending keeps every chain sorted.
+    Node** last = nullptr;
+    size_t lastIdx = nb;
+    for (Node* n = first(); n;) {
+      Node* following = next(n);
+      size_t i = size_t(order(Ops::key(n)) >> (64 - newLog2));
+      if (i != lastIdx) last = &fresh[i], lastIdx = i;
+      n->kivNext = nullptr;
+      *last = n;
+      last = &n->kivNext;
+      n = following;
+    }
+    if (log2_) std::free(many_);
+    many_ = fresh;
+    log2_ = newLog2;
+  }
+
+  union {
+    Node* one_ = nullptr;
+    Node** many_;
+  };
+  uint32_t size_ = 0;
+  uint8_t log2_ = 0;
+  uint32_t version_ = 0;
+};
+
+}  // namespace Kiv::detail

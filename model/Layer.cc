@@ -1,0 +1,1 @@
+// Layer model: placeholder until its first unit lands.

@@ -1,0 +1,1 @@
+// Layer net: placeholder until its first unit lands.

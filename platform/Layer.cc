@@ -1,0 +1,1 @@
+// Layer platform: placeholder until its first unit lands.
