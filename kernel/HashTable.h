@@ -30,7 +30,10 @@ class HashTable {
   HashTable() = default;
   HashTable(const HashTable&) = delete;
   HashTable& operator=(const HashTable&) = delete;
-  ~HashTable() { clear(); }
+  ~HashTable() {
+    clear();
+    if (log2_) std::free(many_);
+  }
 
   size_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
