@@ -71,6 +71,9 @@ bool renderArg(char kind, std::string_view& payload, std::ostringstream& os) {
   }
 }
 
+// Whether [offset, offset + len) lies within size bytes, without overflowing on hostile headers.
+bool fits(uint64_t offset, uint64_t len, uint64_t size) { return offset <= size && len <= size - offset; }
+
 }  // namespace
 
 RingDecoder::RingDecoder(std::string_view bytes) {
@@ -88,14 +91,14 @@ RingDecoder::RingDecoder(std::string_view bytes) {
     error_ = "unsupported ring trace layout";
     return;
   }
-  if (h.siteAreaOffset + h.siteAreaBytes > bytes.size() || h.siteBytesUsed > h.siteAreaBytes) {
+  if (!fits(h.siteAreaOffset, h.siteAreaBytes, bytes.size()) || h.siteBytesUsed > h.siteAreaBytes) {
     error_ = "ring trace site area out of bounds";
     return;
   }
   h.name[sizeof h.name - 1] = '\0';
   name_ = h.name;
   for (uint32_t level = 0; level < layout::levels; ++level) {
-    if (h.levelOffset[level] + uint64_t{h.levelSlots[level]} * layout::slotBytes > bytes.size()) {
+    if (!fits(h.levelOffset[level], uint64_t{h.levelSlots[level]} * layout::slotBytes, bytes.size())) {
       error_ = "ring trace level out of bounds";
       return;
     }
@@ -148,6 +151,8 @@ void RingDecoder::decodeLevel(std::string_view bytes, uint64_t offset, uint32_t 
 std::string timeText(Kiv::Seconds t) {
   using namespace std::chrono;
   if (!std::isfinite(t)) return "never";
+  // Beyond the calendar's easy range (a damaged slot) the seconds are shown as they are.
+  if (t < 0 || t > 1e11) return std::to_string(t);
   auto micros = sys_time<microseconds>(microseconds(std::llround(t * 1e6)));
   auto day = floor<days>(micros);
   year_month_day ymd(day);
