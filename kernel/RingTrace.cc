@@ -1,0 +1,215 @@
+// Writing the ring trace: file header, site registration, slot claim and commit.
+#include "kernel/RingTrace.h"
+
+#include <algorithm>
+#include <atomic>
+#include <streambuf>
+
+#include "kernel/TimeSource.h"
+
+namespace Vellum {
+
+RingTrace* snoopVlHandle = nullptr;
+
+namespace {
+
+uint64_t nextGeneration = 0;
+
+uint32_t slotsFor(const std::vector<uint32_t>& sizesKiB, uint32_t level) {
+  return level < sizesKiB.size() ? sizesKiB[level] * 1024 / layout::slotBytes : 0;
+}
+
+void storeSeq(uint8_t* at, uint64_t seq, std::memory_order order) {
+  std::atomic_ref<uint64_t>(*reinterpret_cast<uint64_t*>(at)).store(seq, order);
+}
+
+}  // namespace
+
+size_t RingTrace::bytesFor(const std::vector<uint32_t>& sizesKiB) {
+  size_t bytes = layout::headerBytes + layout::siteAreaBytes;
+  for (uint32_t level = 0; level < layout::levels; ++level) {
+    bytes += size_t{slotsFor(sizesKiB, level)} * layout::slotBytes;
+  }
+  return bytes;
+}
+
+RingTrace::RingTrace(std::unique_ptr<RingStorage> storage, const std::string& name,
+                     const std::vector<uint32_t>& sizesKiB)
+    : storage_(std::move(storage)), generation_(++nextGeneration) {
+  layout::FileHeader& h = header();
+  std::memset(&h, 0, sizeof h);
+  h.version = layout::version;
+  h.slotBytes = layout::slotBytes;
+  h.levelCount = layout::levels;
+  h.siteAreaBytes = layout::siteAreaBytes;
+  h.siteAreaOffset = layout::headerBytes;
+  std::memcpy(h.name, name.data(), std::min(name.size(), sizeof h.name - 1));
+  uint64_t offset = layout::headerBytes + layout::siteAreaBytes;
+  for (uint32_t level = 0; level < layout::levels; ++level) {
+    Level& l = levels_[level];
+    l.slots = slotsFor(sizesKiB, level);
+    l.base = l.slots ? storage_->bytes() + offset : nullptr;
+    h.levelOffset[level] = offset;
+    h.levelSlots[level] = l.slots;
+    offset += uint64_t{l.slots} * layout::slotBytes;
+  }
+  // The magic goes last: a reader never sees a half-made header as a ring.
+  std::atomic_thread_fence(std::memory_order_release);
+  std::memcpy(h.magic, layout::magic, sizeof h.magic);
+}
+
+uint32_t RingTrace::registerSite(const char* file, int line, std::string_view format) {
+  std::string_view path(file);
+  std::string_view base = path.substr(path.find_last_of('/') + 1);  // npos + 1 is 0
+  base = base.substr(0, UINT16_MAX);
+  format = format.substr(0, UINT16_MAX);
+  layout::FileHeader& h = header();
+  uint64_t used = h.siteBytesUsed;
+  size_t recordBytes = 8 + base.size() + format.size();
+  if (used + recordBytes > layout::siteAreaBytes) return 0;
+  uint8_t* at = storage_->bytes() + h.siteAreaOffset + used;
+  uint32_t lineNo = static_cast<uint32_t>(line);
+  uint16_t fileLen = static_cast<uint16_t>(base.size());
+  uint16_t formatLen = static_cast<uint16_t>(format.size());
+  std::memcpy(at, &lineNo, 4);
+  std::memcpy(at + 4, &fileLen, 2);
+  std::memcpy(at + 6, &formatLen, 2);
+  std::memcpy(at + 8, base.data(), base.size());
+  std::memcpy(at + 8 + base.size(), format.data(), format.size());
+  std::atomic_ref<uint64_t>(h.siteBytesUsed).store(used + recordBytes, std::memory_order_release);
+  return static_cast<uint32_t>(used + 1);
+}
+
+RingTrace::Slot RingTrace::startMsg(int level) {
+  Level& l = levels_[level];
+  uint8_t* slot = scratch_;
+  if (l.slots) {
+    slot = l.base + size_t{l.next} * layout::slotBytes;
+    l.next = l.next + 1 == l.slots ? 0 : l.next + 1;
+  }
+  storeSeq(slot + layout::trailerOffset, 0, std::memory_order_relaxed);
+  std::atomic_thread_fence(std::memory_order_release);
+  layout::SlotHeader head{};
+  head.time = Kiv::timeSourceNow();
+  head.level = static_cast<uint8_t>(level);
+  std::memcpy(slot + offsetof(layout::SlotHeader, time), &head.time, sizeof head.time);
+  slot[offsetof(layout::SlotHeader, level)] = head.level;
+  return Slot{slot, ++seq_};
+}
+
+void RingTrace::endMsg(Slot slot, uint32_t site, size_t payloadBytes, uint8_t flags) {
+  if (slot.bytes == scratch_ || site == 0) return;
+  uint16_t payload = static_cast<uint16_t>(payloadBytes);
+  std::memcpy(slot.bytes + offsetof(layout::SlotHeader, site), &site, sizeof site);
+  slot.bytes[offsetof(layout::SlotHeader, flags)] = flags;
+  std::memcpy(slot.bytes + offsetof(layout::SlotHeader, payloadBytes), &payload, sizeof payload);
+  storeSeq(slot.bytes + layout::trailerOffset, slot.seq, std::memory_order_release);
+  storeSeq(slot.bytes, slot.seq, std::memory_order_release);
+}
+
+RingTrace* initialize_handle(const std::string& name, const std::vector<uint32_t>& sizesKiB) {
+  std::unique_ptr<RingStorage> storage = ringStorageFactory().storage(name, RingTrace::bytesFor(sizesKiB));
+  if (!storage || storage->size() < RingTrace::bytesFor(sizesKiB)) return nullptr;
+  return new RingTrace(std::move(storage), name, sizesKiB);
+}
+
+Writer::Writer(RingTrace& ring, MsgDesc& desc, int level)
+    : ring_(ring),
+      desc_(desc),
+      slot_(ring.startMsg(std::clamp(level, 0, static_cast<int>(layout::levels) - 1))),
+      pos_(slot_.bytes + layout::payloadOffset),
+      end_(slot_.bytes + layout::trailerOffset),
+      registering_(desc.generation != ring.generation()) {}
+
+Writer::~Writer() {
+  if (registering_) {
+    desc_.id = ring_.registerSite(desc_.file, desc_.line, format_);
+    desc_.generation = ring_.generation();
+  }
+  ring_.endMsg(slot_, desc_.id, pos_ - (slot_.bytes + layout::payloadOffset),
+               full_ ? layout::slotTruncated : 0);
+}
+
+void Writer::literalText(const char* s) {
+  for (; *s; ++s) format_ += *s == layout::argMark ? '?' : *s;
+}
+
+bool Writer::room(char kind, size_t n) {
+  if (registering_) {
+    format_ += layout::argMark;
+    format_ += kind;
+  }
+  if (full_ || static_cast<size_t>(end_ - pos_) < n) {
+    full_ = true;
+    return false;
+  }
+  return true;
+}
+
+void Writer::string(std::string_view s) {
+  if (!room(layout::kindString, 1)) return;
+  size_t space = static_cast<size_t>(end_ - pos_) - 1;
+  size_t n = std::min({s.size(), size_t{255}, space});
+  if (n < s.size() && n == space) full_ = true;
+  *pos_++ = static_cast<uint8_t>(n);
+  std::memcpy(pos_, s.data(), n);
+  pos_ += n;
+}
+
+Ipv4 Ipv4::fromOctets(uint8_t a, uint8_t b, uint8_t c, uint8_t d) {
+  uint8_t bytes[4] = {a, b, c, d};
+  Ipv4 ip;
+  std::memcpy(&ip.netOrder, bytes, 4);
+  return ip;
+}
+
+std::ostream& operator<<(std::ostream& os, Ipv4 a) {
+  uint8_t b[4];
+  std::memcpy(b, &a.netOrder, 4);
+  return os << int{b[0]} << '.' << int{b[1]} << '.' << int{b[2]} << '.' << int{b[3]};
+}
+
+void ringArg(Writer& w, Ipv4 a) { w.ipv4(a.netOrder); }
+
+namespace {
+
+// A stream buffer over VlString's fixed array: output past the end is dropped.
+class FixedBuf : public std::streambuf {
+ public:
+  void reset() { setp(buf_, buf_ + VlString::capacity - 1); }
+  std::string_view text() const { return std::string_view(pbase(), pptr() - pbase()); }
+  char* terminate() {
+    *pptr() = '\0';
+    return buf_;
+  }
+
+ private:
+  char buf_[VlString::capacity];
+};
+
+struct VlStream {
+  FixedBuf buf;
+  std::ostream os{&buf};
+};
+
+thread_local VlStream vlStream;
+
+}  // namespace
+
+std::ostream& VlString::start() {
+  vlStream.buf.reset();
+  std::ostream& os = vlStream.os;
+  os.clear();
+  os.flags(std::ios_base::dec | std::ios_base::skipws | std::ios_base::boolalpha);
+  os.precision(6);
+  os.width(0);
+  os.fill(' ');
+  return os;
+}
+
+std::string_view VlString::finish(std::ostream&) {
+  vlStream.buf.terminate();
+  return vlStream.buf.text();
+}
+
+}  // namespace Vellum

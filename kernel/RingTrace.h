@@ -1,0 +1,200 @@
+// The ring trace: always on once opened, binary, one ring of fixed-size slots per trace level.
+// Each statement registers its format once (MsgDesc); a write is the site id, a time and the
+// arguments in binary. Formatting happens only when the file is decoded (RingDecoder).
+#pragma once
+
+#include <concepts>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <vector>
+
+#include "kernel/RingLayout.h"
+#include "kernel/RingStorage.h"
+#include "kernel/String.h"
+
+namespace Vellum {
+
+// One ring file. Sizes are given per level in KiB of 256-byte slots: 30 holds 120 messages.
+class RingTrace {
+ public:
+  struct Slot {
+    uint8_t* bytes;
+    uint64_t seq;
+  };
+
+  RingTrace(std::unique_ptr<RingStorage> storage, const std::string& name,
+            const std::vector<uint32_t>& sizesKiB);
+  RingTrace(const RingTrace&) = delete;
+  RingTrace& operator=(const RingTrace&) = delete;
+
+  static size_t bytesFor(const std::vector<uint32_t>& sizesKiB);
+
+  // Distinguishes this ring from earlier ones, so that a site registers again with a new ring.
+  uint64_t generation() const { return generation_; }
+  // The site's id, or 0 when the site area is full.
+  uint32_t registerSite(const char* file, int line, std::string_view format);
+
+  // Claims the oldest slot of the level and stamps it. A level without slots gets a scratch slot
+  // that endMsg leaves uncommitted.
+  Slot startMsg(int level);
+  void endMsg(Slot slot, uint32_t site, size_t payloadBytes, uint8_t flags);
+
+  const uint8_t* bytes() const { return storage_->bytes(); }
+  size_t size() const { return storage_->size(); }
+
+ private:
+  struct Level {
+    uint8_t* base = nullptr;
+    uint32_t slots = 0;
+    uint32_t next = 0;
+  };
+  layout::FileHeader& header() { return *reinterpret_cast<layout::FileHeader*>(storage_->bytes()); }
+
+  std::unique_ptr<RingStorage> storage_;
+  uint64_t generation_;
+  uint64_t seq_ = 0;
+  Level levels_[layout::levels];
+  alignas(8) uint8_t scratch_[layout::slotBytes];
+};
+
+// The process's ring; null until one of the agent's start-up paths opens it. It is never closed,
+// so that a crash leaves a record.
+extern RingTrace* snoopVlHandle;
+
+// Opens a ring named `name` through the installed storage factory; nullptr if no storage could be
+// had. The caller owns the ring (the agent keeps it in snoopVlHandle until the process ends).
+RingTrace* initialize_handle(const std::string& name, const std::vector<uint32_t>& sizesKiB);
+
+// A trace statement's site: registered with a ring on its first write there.
+struct MsgDesc {
+  constexpr MsgDesc(const char* f, int l) : file(f), line(l) {}
+  const char* file;
+  int line;
+  uint64_t generation = 0;
+  uint32_t id = 0;
+};
+
+class Writer;
+
+// The customisation point: a value type writes itself with the Writer's primitives, always the same
+// primitives in the same order (the format records them once per site).
+template <class T>
+concept HasRingArg = requires(Writer& w, const T& v) {
+  ringArg(w, v);
+};
+
+// Formats a value by its operator<< into a thread-local buffer of 256 bytes, zero-terminated;
+// longer text is cut. The text lasts until the next VlString on the same thread.
+class VlString {
+ public:
+  static constexpr size_t capacity = 256;
+  template <class T>
+  explicit VlString(const T& v) {
+    v_ = finish(start() << v);
+  }
+  const char* charPtr() const { return v_.data(); }
+  std::string_view view() const { return v_; }
+
+ private:
+  static std::ostream& start();
+  static std::string_view finish(std::ostream& os);
+  std::string_view v_;
+};
+
+// An IPv4 address as the u32 of its four bytes in network order.
+struct Ipv4 {
+  uint32_t netOrder;
+  static Ipv4 fromOctets(uint8_t a, uint8_t b, uint8_t c, uint8_t d);
+};
+std::ostream& operator<<(std::ostream& os, Ipv4 a);
+void ringArg(Writer& w, Ipv4 a);
+
+// Writes one message into the ring; the slot is committed when the writer goes.
+// String literals (const char[N]) are part of the format; every other value is an argument.
+class Writer {
+ public:
+  Writer(RingTrace& ring, MsgDesc& desc, int level);
+  ~Writer();
+  Writer(const Writer&) = delete;
+  Writer& operator=(const Writer&) = delete;
+
+  template <class T>
+  Writer& operator<<(T&& v);
+
+  void int64(int64_t v) { fixed(layout::kindInt, &v, sizeof v); }
+  void uint64(uint64_t v) { fixed(layout::kindUint, &v, sizeof v); }
+  void real(double v) { fixed(layout::kindDouble, &v, sizeof v); }
+  void boolean(bool v) {
+    uint8_t b = v;
+    fixed(layout::kindBool, &b, 1);
+  }
+  void character(char c) { fixed(layout::kindChar, &c, 1); }
+  void ipv4(uint32_t netOrder) { fixed(layout::kindIpv4, &netOrder, 4); }
+  void eth(const uint8_t* sixBytes) { fixed(layout::kindEth, sixBytes, 6); }
+  void string(std::string_view s);
+
+ private:
+  void literal(const char* s) {
+    if (registering_) literalText(s);
+  }
+  void literalText(const char* s);
+  bool room(char kind, size_t n);
+  void fixed(char kind, const void* p, size_t n) {
+    if (room(kind, n)) {
+      std::memcpy(pos_, p, n);
+      pos_ += n;
+    }
+  }
+
+  RingTrace& ring_;
+  MsgDesc& desc_;
+  RingTrace::Slot slot_;
+  uint8_t* pos_;
+  uint8_t* end_;
+  bool registering_;
+  bool full_ = false;
+  std::string format_;  // built on a site's first write only
+};
+
+template <class T>
+Writer& Writer::operator<<(T&& v) {
+  using R = std::remove_reference_t<T>;
+  using D = std::remove_cvref_t<T>;
+  if constexpr (std::is_array_v<R> && std::is_same_v<std::remove_extent_t<R>, const char>) {
+    literal(v);
+  } else if constexpr (std::is_array_v<R> && std::is_same_v<std::remove_extent_t<R>, char>) {
+    std::string_view text(v, std::extent_v<R>);
+    string(text.substr(0, text.find('\0')));
+  } else if constexpr (std::is_same_v<D, const char*> || std::is_same_v<D, char*>) {
+    string(v ? std::string_view(v) : std::string_view("(null)"));
+  } else if constexpr (HasRingArg<D>) {
+    ringArg(*this, v);
+  } else if constexpr (std::is_same_v<D, bool>) {
+    boolean(v);
+  } else if constexpr (std::is_same_v<D, char> || std::is_same_v<D, signed char> ||
+                       std::is_same_v<D, unsigned char>) {
+    character(static_cast<char>(v));  // as a stream prints them
+  } else if constexpr (std::is_integral_v<D> && std::is_signed_v<D>) {
+    int64(v);
+  } else if constexpr (std::is_integral_v<D>) {
+    uint64(v);
+  } else if constexpr (std::is_floating_point_v<D>) {
+    real(static_cast<double>(v));
+  } else if constexpr (std::is_enum_v<D> && std::is_convertible_v<D, int>) {
+    int64(static_cast<int64_t>(v));
+  } else if constexpr (std::is_same_v<D, Kiv::String>) {
+    string(v.view());
+  } else if constexpr (std::is_convertible_v<const D&, std::string_view>) {
+    string(std::string_view(v));
+  } else {
+    string(VlString(v).view());
+  }
+  return *this;
+}
+
+}  // namespace Vellum
