@@ -1,1 +1,0 @@
-// Layer model: placeholder until its first unit lands.

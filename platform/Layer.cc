@@ -1,1 +1,0 @@
-// Layer platform: placeholder until its first unit lands.
