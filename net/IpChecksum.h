@@ -1,0 +1,57 @@
+// The 16-bit one's-complement checksum of IP, IGMP and PIM (RFC 1071).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <ostream>
+#include <string>
+#include <string_view>
+
+#include "net/NetU16.h"
+
+namespace Lomax {
+
+class IpChecksum {
+ public:
+  constexpr IpChecksum() = default;
+  constexpr explicit IpChecksum(uint16_t v) { v_.valueIs(v); }
+  // Checksum of len bytes; over bytes that already hold a correct checksum field it is zero.
+  static IpChecksum of(const uint8_t* data, size_t len);
+
+  constexpr uint16_t value() const { return v_.value(); }
+  constexpr bool operator==(const IpChecksum&) const = default;
+  uint64_t hash() const { return v_.hash(); }
+
+ private:
+  NetU16 v_;
+};
+
+// What a correct header computes to.
+inline constexpr IpChecksum zeroChecksum{0};
+
+std::ostream& operator<<(std::ostream& os, IpChecksum c);
+
+}  // namespace Lomax
+
+namespace Kiv {
+
+template <>
+struct ValueTraits<Lomax::IpChecksum> {
+  static constexpr const char* typeName = "Lomax::IpChecksum";
+  static std::string text(Lomax::IpChecksum v) { return std::to_string(v.value()); }
+  static bool fromText(std::string_view s, Lomax::IpChecksum& v) {
+    uint16_t x;
+    if (!ValueTraits<uint16_t>::fromText(s, x)) return false;
+    v = Lomax::IpChecksum(x);
+    return true;
+  }
+  static void binary(std::string& out, Lomax::IpChecksum v) { ValueTraits<uint16_t>::binary(out, v.value()); }
+  static bool fromBinary(std::string_view& in, Lomax::IpChecksum& v) {
+    uint16_t x;
+    if (!ValueTraits<uint16_t>::fromBinary(in, x)) return false;
+    v = Lomax::IpChecksum(x);
+    return true;
+  }
+};
+
+}  // namespace Kiv
