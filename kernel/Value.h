@@ -87,7 +87,7 @@ struct ValueTraits<T, std::enable_if_t<(std::is_integral_v<T> && !std::is_same_v
     }
   }
   static bool fromText(std::string_view s, T& v) {
-    using U = std::conditional_t<std::is_enum_v<T>, std::underlying_type<T>, std::type_identity<T>>::type;
+    using U = typename std::conditional_t<std::is_enum_v<T>, std::underlying_type<T>, std::type_identity<T>>::type;
     if constexpr (std::is_signed_v<U>) {
       long long x;
       if (!detail::parseInteger(s, x) || x < std::numeric_limits<U>::min() || x > std::numeric_limits<U>::max())
