@@ -1,6 +1,7 @@
 // The one place where control frames are built byte by byte.
 #include "net/FrameBuilder.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "net/IgmpCommonHdr.h"
@@ -21,12 +22,13 @@ constexpr uint8_t routerAlertOption[4] = {0x94, 0x04, 0x00, 0x00};
 
 class FrameBuilder::Frame {
  public:
-  Frame(const FrameBuilder& b, IpAddr dst, uint8_t protocol, bool routerAlert, uint16_t payloadLen)
+  Frame(const FrameBuilder& b, IpAddr dst, uint8_t protocol, bool routerAlert, uint32_t payloadLen)
       : builder_(b),
         ipBytes_(static_cast<uint16_t>(IpHdr::minBytes + (routerAlert ? 4 : 0))),
         payloadLen_(payloadLen) {
-    uint16_t len = static_cast<uint16_t>(ethHeaderBytes + ipBytes_ + payloadLen);
-    pkt_ = globalPktManager().newPkt(len < minFrameBytes ? minFrameBytes : len);
+    uint32_t len = ethHeaderBytes + ipBytes_ + payloadLen;
+    KIV_ASSERT(len <= 0xffff - vlanTagBytes);
+    pkt_ = globalPktManager().newPkt(static_cast<uint16_t>(std::max<uint32_t>(len, minFrameBytes)));
     uint8_t* d = pkt_->data();
     Bridging::IgmpSnooping::IpToEthGroupMap(dst).bytesOut(d);
     b.srcMac_.bytesOut(d + 6);
@@ -55,7 +57,7 @@ class FrameBuilder::Frame {
  private:
   const FrameBuilder& builder_;
   uint16_t ipBytes_;
-  uint16_t payloadLen_;
+  uint32_t payloadLen_;
   Kiv::Ptr<Pkt> pkt_;
 };
 
@@ -83,7 +85,7 @@ Kiv::Ptr<Pkt> FrameBuilder::igmpV2Leave(IpAddr group) const {
 Kiv::Ptr<Pkt> FrameBuilder::igmpV3Report(std::span<const Gmp::Igmp::IgmpGroupRecord> records) const {
   uint32_t len = 8;
   for (const auto& r : records) len += 8 + 4u * r.numSources();
-  Frame f(*this, allV3Routers, ipProtocolIgmp, true, static_cast<uint16_t>(len));
+  Frame f(*this, allV3Routers, ipProtocolIgmp, true, len);
   uint8_t* m = f.payload();
   m[0] = messageTypeV3MembershipReport;
   NetU16::write(m + 6, static_cast<uint16_t>(records.size()));
@@ -101,7 +103,7 @@ Kiv::Ptr<Pkt> FrameBuilder::igmpV3Report(std::span<const Gmp::Igmp::IgmpGroupRec
 Kiv::Ptr<Pkt> FrameBuilder::igmpQuery(const Gmp::Igmp::IgmpQuery& q) const {
   bool v3 = q.version() == Gmp::Igmp::igmpVersion3;
   IpAddr dst = q.group().isZero() ? allSystems : q.group();
-  uint16_t len = static_cast<uint16_t>(v3 ? 12 + 4u * q.numSources() : 8);
+  uint32_t len = v3 ? 12 + 4u * q.numSources() : 8;
   Frame f(*this, dst, ipProtocolIgmp, q.version() != Gmp::Igmp::igmpVersion1, len);
   uint8_t* m = f.payload();
   m[0] = messageTypeMembershipQuery;
