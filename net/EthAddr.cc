@@ -3,16 +3,9 @@
 
 #include <cstdio>
 
-namespace Lomax {
+#include "net/Hex.h"
 
-namespace {
-int hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-}  // namespace
+namespace Lomax {
 
 bool EthAddr::parse(std::string_view text, EthAddr& out) {
   if (text.size() != 17) return false;

@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <cstring>
 
-#include "net/IgmpCommonHdr.h"
 #include "net/IpHdr.h"
 #include "net/IpToEthGroupMap.h"
+#include "net/MessageHdr.h"
 #include "net/MessageType.h"
 #include "net/NetU16.h"
 #include "net/PimCommonHdr.h"
@@ -46,9 +46,8 @@ class FrameBuilder::Frame {
 
   uint8_t* payload() const { return pkt_->data() + ethHeaderBytes + ipBytes_; }
 
-  // IGMP and PIM both checksum the whole message, at the same place.
   Kiv::Ptr<Pkt> finish() {
-    IgmpCommonHdr(payload()).doChecksumUpdate(payloadLen_);
+    MessageHdr(payload()).doChecksumUpdate(payloadLen_);
     IpHdr(pkt_->data() + ethHeaderBytes).doChecksumUpdate();
     if (!builder_.vlan_.isNone()) insertPktVlanTag(pkt_, Bridging::VlanId(builder_.vlan_.value()));
     return pkt_;

@@ -36,22 +36,8 @@ std::ostream& operator<<(std::ostream& os, IpChecksum c);
 namespace Kiv {
 
 template <>
-struct ValueTraits<Lomax::IpChecksum> {
+struct ValueTraits<Lomax::IpChecksum> : Lomax::U16ValueTraits<Lomax::IpChecksum> {
   static constexpr const char* typeName = "Lomax::IpChecksum";
-  static std::string text(Lomax::IpChecksum v) { return std::to_string(v.value()); }
-  static bool fromText(std::string_view s, Lomax::IpChecksum& v) {
-    uint16_t x;
-    if (!ValueTraits<uint16_t>::fromText(s, x)) return false;
-    v = Lomax::IpChecksum(x);
-    return true;
-  }
-  static void binary(std::string& out, Lomax::IpChecksum v) { ValueTraits<uint16_t>::binary(out, v.value()); }
-  static bool fromBinary(std::string_view& in, Lomax::IpChecksum& v) {
-    uint16_t x;
-    if (!ValueTraits<uint16_t>::fromBinary(in, x)) return false;
-    v = Lomax::IpChecksum(x);
-    return true;
-  }
 };
 
 }  // namespace Kiv

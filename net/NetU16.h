@@ -26,6 +26,7 @@ class NetU8 {
 class NetU16 {
  public:
   constexpr NetU16() = default;
+  constexpr explicit NetU16(uint16_t v) { valueIs(v); }
   // Two bytes in network order at any alignment.
   static constexpr uint16_t read(const uint8_t* p) { return static_cast<uint16_t>(p[0] << 8 | p[1]); }
   static constexpr void write(uint8_t* p, uint16_t v) {
@@ -43,6 +44,31 @@ class NetU16 {
 
  private:
   uint8_t b_[2] = {0, 0};
+};
+
+constexpr bool anyU16(unsigned) { return true; }
+
+// Text and binary forms of a value that a 16-bit number carries: those of the number, which must pass
+// valid before T is built from it.
+template <class T, bool (*valid)(unsigned) = anyU16>
+struct U16ValueTraits {
+  static std::string text(T v) { return std::to_string(v.value()); }
+  static bool fromText(std::string_view s, T& v) {
+    uint16_t x;
+    return Kiv::ValueTraits<uint16_t>::fromText(s, x) && make(x, v);
+  }
+  static void binary(std::string& out, T v) { Kiv::ValueTraits<uint16_t>::binary(out, v.value()); }
+  static bool fromBinary(std::string_view& in, T& v) {
+    uint16_t x;
+    return Kiv::ValueTraits<uint16_t>::fromBinary(in, x) && make(x, v);
+  }
+
+ private:
+  static bool make(uint16_t x, T& v) {
+    if (!valid(x)) return false;
+    v = T(x);
+    return true;
+  }
 };
 
 inline std::ostream& operator<<(std::ostream& os, NetU8 v) { return os << unsigned{v.value()}; }
@@ -72,22 +98,8 @@ struct ValueTraits<Lomax::NetU8> {
 };
 
 template <>
-struct ValueTraits<Lomax::NetU16> {
+struct ValueTraits<Lomax::NetU16> : Lomax::U16ValueTraits<Lomax::NetU16> {
   static constexpr const char* typeName = "Lomax::NetU16";
-  static std::string text(Lomax::NetU16 v) { return std::to_string(v.value()); }
-  static bool fromText(std::string_view s, Lomax::NetU16& v) {
-    uint16_t x;
-    if (!ValueTraits<uint16_t>::fromText(s, x)) return false;
-    v.valueIs(x);
-    return true;
-  }
-  static void binary(std::string& out, Lomax::NetU16 v) { ValueTraits<uint16_t>::binary(out, v.value()); }
-  static bool fromBinary(std::string_view& in, Lomax::NetU16& v) {
-    uint16_t x;
-    if (!ValueTraits<uint16_t>::fromBinary(in, x)) return false;
-    v.valueIs(x);
-    return true;
-  }
 };
 
 }  // namespace Kiv

@@ -3,33 +3,18 @@
 
 #include <cstdint>
 
-#include "net/IpChecksum.h"
-#include "net/NetU16.h"
+#include "net/MessageHdr.h"
 
 namespace Lomax {
 
 // Version 2, type 0.
 inline constexpr uint8_t pimTypeV2Hello = 0x20;
 
-class PimCommonHdr {
+class PimCommonHdr : public MessageHdr {
  public:
-  static constexpr uint16_t minBytes = 4;
-
-  explicit PimCommonHdr(uint8_t* p) : p_(p) {}
-  uint8_t* bytes() const { return p_; }
-
+  using MessageHdr::MessageHdr;
   // Version in the high nibble, type in the low one.
   uint8_t messageType() const { return p_[0]; }
-  IpChecksum checksum() const { return IpChecksum(NetU16::read(p_ + 2)); }
-  void checksumIs(IpChecksum c) { NetU16::write(p_ + 2, c.value()); }
-  IpChecksum computedChecksum(uint32_t length) const { return IpChecksum::of(p_, length); }
-  void doChecksumUpdate(uint32_t length) {
-    checksumIs(IpChecksum(0));
-    checksumIs(computedChecksum(length));
-  }
-
- private:
-  uint8_t* p_;
 };
 
 }  // namespace Lomax

@@ -6,6 +6,8 @@
 #include <new>
 #include <string>
 
+#include "net/Hex.h"
+
 namespace Lomax {
 
 struct Pkt::Storage {
@@ -71,12 +73,11 @@ ptrdiff_t Pkt::doUnshare(uint32_t minHeadroom) {
 }
 
 Kiv::String Pkt::stringValue() const {
-  static constexpr char hex[] = "0123456789abcdef";
   std::string s = "begin=" + std::to_string(beginOffset_) + " end=" + std::to_string(endOffset_) + " bytes=";
   s.reserve(s.size() + 2 * current_.bytes);
   for (uint16_t i = 0; i < current_.bytes; ++i) {
-    s.push_back(hex[current_.data[i] >> 4]);
-    s.push_back(hex[current_.data[i] & 0xf]);
+    s.push_back(hexDigits[current_.data[i] >> 4]);
+    s.push_back(hexDigits[current_.data[i] & 0xf]);
   }
   return Kiv::String(s);
 }
@@ -96,13 +97,6 @@ bool takeNumber(std::string_view& s, std::string_view key, long& out) {
   return true;
 }
 
-int hexValue(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
 }  // namespace
 
 bool Pkt::stringValueIs(const Kiv::String& text, bool keepOffsets) {
@@ -117,7 +111,7 @@ bool Pkt::stringValueIs(const Kiv::String& text, bool keepOffsets) {
   if (keepOffsets && (begin < -static_cast<long>(Manager::standardHeadroom) || begin + end > len))
     return false;
   for (char c : s) {
-    if (hexValue(c) < 0) return false;
+    if (hexDigit(c) < 0) return false;
   }
   uint32_t need = Manager::standardHeadroom + len;
   if (isShared() || storage_->capacity < need) {
@@ -126,7 +120,7 @@ bool Pkt::stringValueIs(const Kiv::String& text, bool keepOffsets) {
     frameAt(Manager::standardHeadroom, len);
   }
   for (uint16_t i = 0; i < len; ++i)
-    current_.data[i] = static_cast<uint8_t>(hexValue(s[2 * i]) << 4 | hexValue(s[2 * i + 1]));
+    current_.data[i] = static_cast<uint8_t>(hexDigit(s[2 * i]) << 4 | hexDigit(s[2 * i + 1]));
   beginOffset_ = keepOffsets ? static_cast<int16_t>(begin) : 0;
   endOffset_ = keepOffsets ? static_cast<uint16_t>(end) : 0;
   return true;

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "kernel/Value.h"
+#include "net/NetU16.h"
 
 namespace Bridging {
 
@@ -36,22 +37,8 @@ inline std::ostream& operator<<(std::ostream& os, VlanId v) { return os << v.val
 namespace Kiv {
 
 template <>
-struct ValueTraits<Bridging::VlanId> {
+struct ValueTraits<Bridging::VlanId> : Lomax::U16ValueTraits<Bridging::VlanId, Bridging::VlanId::isValid> {
   static constexpr const char* typeName = "Bridging::VlanId";
-  static std::string text(Bridging::VlanId v) { return std::to_string(v.value()); }
-  static bool fromText(std::string_view s, Bridging::VlanId& v) {
-    uint16_t x;
-    if (!ValueTraits<uint16_t>::fromText(s, x) || !Bridging::VlanId::isValid(x)) return false;
-    v = Bridging::VlanId(x);
-    return true;
-  }
-  static void binary(std::string& out, Bridging::VlanId v) { ValueTraits<uint16_t>::binary(out, v.value()); }
-  static bool fromBinary(std::string_view& in, Bridging::VlanId& v) {
-    uint16_t x;
-    if (!ValueTraits<uint16_t>::fromBinary(in, x) || !Bridging::VlanId::isValid(x)) return false;
-    v = Bridging::VlanId(x);
-    return true;
-  }
 };
 
 }  // namespace Kiv

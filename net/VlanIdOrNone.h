@@ -36,24 +36,9 @@ inline std::ostream& operator<<(std::ostream& os, VlanIdOrNone v) { return os <<
 namespace Kiv {
 
 template <>
-struct ValueTraits<Bridging::VlanIdOrNone> {
+struct ValueTraits<Bridging::VlanIdOrNone>
+    : Lomax::U16ValueTraits<Bridging::VlanIdOrNone, Bridging::VlanIdOrNone::isValid> {
   static constexpr const char* typeName = "Bridging::VlanIdOrNone";
-  static std::string text(Bridging::VlanIdOrNone v) { return std::to_string(v.value()); }
-  static bool fromText(std::string_view s, Bridging::VlanIdOrNone& v) {
-    uint16_t x;
-    if (!ValueTraits<uint16_t>::fromText(s, x) || !Bridging::VlanIdOrNone::isValid(x)) return false;
-    v = Bridging::VlanIdOrNone(x);
-    return true;
-  }
-  static void binary(std::string& out, Bridging::VlanIdOrNone v) {
-    ValueTraits<uint16_t>::binary(out, v.value());
-  }
-  static bool fromBinary(std::string_view& in, Bridging::VlanIdOrNone& v) {
-    uint16_t x;
-    if (!ValueTraits<uint16_t>::fromBinary(in, x) || !Bridging::VlanIdOrNone::isValid(x)) return false;
-    v = Bridging::VlanIdOrNone(x);
-    return true;
-  }
 };
 
 }  // namespace Kiv
