@@ -29,7 +29,6 @@ class EthAddr {
       p[2 * i] = static_cast<uint8_t>(w_[i] >> 8), p[2 * i + 1] = static_cast<uint8_t>(w_[i]);
   }
   Kiv::String stringValue() const;
-  constexpr bool isMulticast() const { return w_[0] & 0x0100; }
 
   constexpr bool operator==(const EthAddr&) const = default;
   constexpr auto operator<=>(const EthAddr&) const = default;

@@ -15,7 +15,6 @@ class GroupList {
   bool groupList(Lomax::IpAddr group) const;
   uint32_t groupCount() const { return groupCount_; }
   void groupCountInc(uint32_t n) { groupCount_ += n; }
-  size_t size() const { return groups_.size(); }
 
  private:
   std::vector<Lomax::IpAddr> groups_;

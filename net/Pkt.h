@@ -55,7 +55,6 @@ class Pkt : public Kiv::PtrInterface {
   }
   uint8_t* offsetFront() const { return current_.data + beginOffset_; }
   uint32_t offsetBytes() const { return static_cast<uint32_t>(current_.bytes - beginOffset_ - endOffset_); }
-  std::span<uint8_t> span() const { return {offsetFront(), offsetBytes()}; }
 
   // Moves the frame's first byte by n within the storage (n < 0 claims headroom); the span keeps
   // its offsets from the new front.
