@@ -1,0 +1,41 @@
+// 802.1Q tags are moved in and out by shifting the two addresses, which keeps the rest of the frame still.
+#include "net/PktVlanTag.h"
+
+#include <cstring>
+
+namespace Lomax {
+
+namespace {
+constexpr uint16_t addressBytes = 12;
+
+bool isTagged(const Pkt& pkt) {
+  return pkt.len() >= addressBytes + vlanTagBytes && (pkt.data()[12] << 8 | pkt.data()[13]) == ethTypeVlan;
+}
+}  // namespace
+
+uint16_t vlanIdFromEthPkt(const Kiv::Ptr<Pkt>& pkt) {
+  if (!isTagged(*pkt)) return 0;
+  return static_cast<uint16_t>((pkt->data()[14] << 8 | pkt->data()[15]) & 0x0fff);
+}
+
+bool stripPktVlanTag(const Kiv::Ptr<Pkt>& pkt) {
+  if (!isTagged(*pkt)) return false;
+  pkt->doUnshare();
+  std::memmove(pkt->data() + vlanTagBytes, pkt->data(), addressBytes);
+  pkt->frontInc(vlanTagBytes);
+  return true;
+}
+
+void insertPktVlanTag(const Kiv::Ptr<Pkt>& pkt, Bridging::VlanId vlan) {
+  KIV_ASSERT(pkt->len() >= addressBytes);
+  pkt->doUnshare(vlanTagBytes);
+  pkt->frontInc(-vlanTagBytes);
+  uint8_t* d = pkt->data();
+  std::memmove(d, d + vlanTagBytes, addressBytes);
+  d[12] = ethTypeVlan >> 8;
+  d[13] = ethTypeVlan & 0xff;
+  d[14] = static_cast<uint8_t>(vlan.value() >> 8);
+  d[15] = static_cast<uint8_t>(vlan.value());
+}
+
+}  // namespace Lomax
