@@ -1,0 +1,71 @@
+// A source of time that wakes its notifiees: each notifiee asks for one absolute time and is called
+// back once the clock has reached it. The activity loop owns the process's clock and drives it.
+#pragma once
+
+#include <cstdint>
+#include <map>
+
+#include "kernel/Notifiee.h"
+#include "kernel/Ptr.h"
+#include "kernel/Value.h"
+
+namespace Kiv {
+
+class Clock : public PtrInterface {
+ public:
+  class NotifieeConst : public NotifieeBase {
+   public:
+    explicit NotifieeConst(PtrInterface* owner = nullptr) : NotifieeBase(owner) {}
+    ~NotifieeConst() override { disarm(); }
+
+    // The pending wake-up, or infinity when none is pending (also after it has fired).
+    Seconds timeMin() const { return timeMin_; }
+    // Replaces the pending wake-up; a time that isNever cancels it. A time at or before now fires on
+    // the loop's next turn, never inside this call.
+    void timeMinIs(Seconds t);
+    virtual void onTime() {}
+
+    Ptr<Clock> notifier() const { return notifier_; }
+    void notifierIs(Ptr<Clock> clock);
+    // An unregistered notifiee keeps its time but is not woken; registering again re-arms it.
+    void isRegisteredNotifieeIs(bool on);
+
+   private:
+    void arm();
+    void disarm();
+    Ptr<Clock> notifier_;
+    Seconds timeMin_ = infinity;
+    // Valid while armed_: the notifiee's entry in notifier_->pending_.
+    std::multimap<Seconds, NotifieeConst*>::iterator entry_;
+    // Arm sequence number: a turn fires only entries armed before it began.
+    uint64_t armSeq_ = 0;
+    bool armed_ = false;
+    friend class Clock;
+  };
+
+  Clock() = default;
+  Clock(const Clock&) = delete;
+  Clock& operator=(const Clock&) = delete;
+
+  // Seconds since the epoch: the system clock, or the virtual time that tests and replay set by hand.
+  Seconds now() const;
+  bool isVirtual() const { return virtual_; }
+  void virtualTimeIs(Seconds t) { virtual_ = true, virtualNow_ = t; }
+  void systemTimeIs() { virtual_ = false; }
+
+  // The earliest pending wake-up, or infinity.
+  Seconds nextTime() const { return pending_.empty() ? infinity : pending_.begin()->first; }
+  // Fires, in time order, every wake-up at or before now that was armed before this call began.
+  void doFireDue();
+  // Fires the earliest pending wake-up alone, whatever its time; a virtual loop steps with it.
+  void doFireNext();
+
+ private:
+  void fire(NotifieeConst* n);
+  std::multimap<Seconds, NotifieeConst*> pending_;
+  uint64_t armCount_ = 0;
+  Seconds virtualNow_ = 0;
+  bool virtual_ = false;
+};
+
+}  // namespace Kiv

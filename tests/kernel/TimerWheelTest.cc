@@ -1,0 +1,199 @@
+// The timer wheel: the tick grid, order within a tick across cascades, far timers, handlers that
+// change the wheel while it fires, zombies, the per-turn time limit, and a membership-like timeline.
+#include "kernel/TimerWheel.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "kernel/ActivityManager.h"
+#include "tests/support/TimerProbe.h"
+
+namespace {
+
+using Probe = TestSupport::TimerProbe<Bez::TimerWheel::NotifieeConst>;
+using Log = std::vector<std::string>;
+
+class TimerWheelTest : public ::testing::Test {
+ protected:
+  Probe* probe(const std::string& name) {
+    probes_.push_back(Kiv::make<Probe>(&log_, name));
+    probes_.back()->notifierIs(wheel_);
+    return probes_.back().ptr();
+  }
+  Kiv::VirtualTime vt_{1000};
+  Kiv::ActivityManager* am_ = Kiv::activityManager();
+  Kiv::Ptr<Bez::TimerWheel> wheel_ =
+      Bez::TimerWheelIs(Kiv::ActivityManagerConfig::clock(), 100, 108200, true, 1024);
+  Log log_;
+  std::vector<Kiv::Ptr<Probe>> probes_;
+};
+
+TEST_F(TimerWheelTest, FiresOnTheTickGridNeverEarly) {
+  probe("mid")->timeMinIs(1000.05);
+  probe("onGrid")->timeMinIs(1000.3);
+  probe("justAfter")->timeMinIs(1000.3000001);
+  probe("now")->timeMinIs(1000);
+  probe("past")->timeMinIs(10);
+  EXPECT_TRUE(log_.empty());
+  am_->advanceBy(0);
+  EXPECT_EQ(log_, (Log{"now@1000.00", "past@1000.00"}));
+  am_->advanceTo(1000.29);
+  EXPECT_EQ(log_.size(), 3u);
+  EXPECT_EQ(log_.back(), "mid@1000.10");
+  am_->advanceTo(1001);
+  EXPECT_EQ(log_, (Log{"now@1000.00", "past@1000.00", "mid@1000.10", "onGrid@1000.30", "justAfter@1000.40"}));
+}
+
+TEST_F(TimerWheelTest, ReplaceCancelAndMove) {
+  Probe* a = probe("a");
+  a->timeMinIs(1001);
+  a->timeMinIs(1002);
+  EXPECT_EQ(a->timeMin(), 1002);
+  a->timeMinIs(1500);
+  a->timeMinIs(Kiv::infinity);
+  Probe* quiet = probe("quiet");
+  quiet->timeMinIs(1003);
+  quiet->isRegisteredNotifieeIs(false);
+  auto other = Bez::TimerWheelIs(Kiv::ActivityManagerConfig::clock(), 100, 108200, true, 1024);
+  Probe* moved = probe("moved");
+  moved->timeMinIs(1004);
+  moved->notifierIs(other);
+  am_->advanceTo(2000);
+  EXPECT_EQ(log_, Log{"moved@1004.00"});
+  quiet->isRegisteredNotifieeIs(true);
+  am_->advanceBy(0);
+  EXPECT_EQ(log_.back(), "quiet@2000.00");
+}
+
+// Timers armed in several rounds, between which the wheel advances and cascades, fire in tick
+// order and, within a tick, in arm order; each exactly on its tick.
+TEST_F(TimerWheelTest, OrderAcrossLevelsAndCascades) {
+  struct Armed {
+    uint64_t tick;
+    int seq;
+  };
+  std::vector<Armed> armed;
+  std::vector<std::pair<uint64_t, int>> fired;
+  std::vector<Kiv::Ptr<Probe>> keep;
+  uint64_t seed = 12345;
+  auto next = [&seed] { return (seed = seed * 6364136223846793005ull + 1442695040888963407ull) >> 33; };
+  int seq = 0;
+  for (int round = 0; round < 4; ++round) {
+    const uint64_t nowTick = static_cast<uint64_t>(Kiv::System::currentTime() * 10 + 0.5);
+    for (int i = 0; i < 1500; ++i) {
+      // Few distinct ticks over three hours, so that many timers share one.
+      const uint64_t tick = nowTick + 1 + (next() % 400) * 271;
+      auto p = Kiv::make<Probe>(&log_, "t");
+      const int s = seq++;
+      p->action = [&fired, tick, s] {
+        const double expected = static_cast<double>(tick) / 10;
+        EXPECT_NEAR(Kiv::System::currentTime(), expected, 1e-6);
+        fired.emplace_back(tick, s);
+      };
+      p->notifierIs(wheel_);
+      p->timeMinIs((static_cast<double>(tick) - 0.5) / 10);
+      keep.push_back(p);
+      armed.push_back({tick, s});
+    }
+    am_->advanceBy(1234.5);
+  }
+  am_->advanceBy(4 * 3600);
+  std::stable_sort(armed.begin(), armed.end(),
+                   [](const Armed& a, const Armed& b) { return a.tick < b.tick; });
+  ASSERT_EQ(fired.size(), armed.size());
+  for (size_t i = 0; i < armed.size(); ++i) {
+    ASSERT_EQ(fired[i], std::make_pair(armed[i].tick, armed[i].seq)) << "at " << i;
+  }
+}
+
+TEST_F(TimerWheelTest, FarTimersAcrossLongJumps) {
+  probe("days")->timeMinIs(1000 + 3 * 86400 + 0.05);
+  probe("years")->timeMinIs(1000 + 5 * 365 * 86400.0);
+  Probe* cancelled = probe("farCancelled");
+  cancelled->timeMinIs(1e15);
+  cancelled->timeMinIs(Kiv::infinity);
+  probe("soon")->timeMinIs(1001);
+  am_->advanceBy(4 * 86400);
+  EXPECT_EQ(log_, (Log{"soon@1001.00", "days@260200.10"}));
+  am_->advanceBy(6 * 365 * 86400.0);
+  EXPECT_EQ(log_.back(), "years@157681000.00");
+}
+
+TEST_F(TimerWheelTest, HandlersChangeTheWheelWhileItFires) {
+  Probe* a = probe("a");
+  Probe* b = probe("b");
+  Kiv::Ptr<Probe> c = Kiv::make<Probe>(&log_, "c");
+  c->notifierIs(wheel_);
+  Probe* d = probe("d");
+  Probe* e = probe("e");
+  // a cancels b, arms d for this very tick (it fires on the next turn, after work deferred now),
+  // and moves e later; c drops the last reference to itself.
+  a->action = [&] {
+    b->timeMinIs(Kiv::infinity);
+    d->timeMinIs(Kiv::System::currentTime());
+    e->timeMinIs(1003);
+    am_->deferIs([&] { log_.push_back("deferred"); });
+  };
+  c->action = [&] { c = nullptr; };
+  for (Probe* p : {a, b, c.ptr(), e}) p->timeMinIs(1001);
+  am_->advanceBy(5);
+  EXPECT_EQ(log_, (Log{"a@1001.00", "c@1001.00", "deferred", "d@1001.00", "e@1003.00"}));
+  EXPECT_FALSE(c);
+}
+
+TEST_F(TimerWheelTest, ZombiesSkippedOwnersKeptAlive) {
+  struct Owner : Kiv::PtrInterface {
+    Owner(Log* log) : probe(log, "owned", this) {}
+    Probe probe;
+  };
+  Kiv::Ptr<Owner> zombieOwner = Kiv::make<Owner>(&log_);
+  zombieOwner->probe.notifierIs(wheel_);
+  zombieOwner->probe.timeMinIs(1001);
+  zombieOwner->kivMarkedForDeletionIs(true);
+  Kiv::Ptr<Owner> owner = Kiv::make<Owner>(&log_);
+  owner->probe.notifierIs(wheel_);
+  owner->probe.timeMinIs(1001);
+  owner->probe.action = [&] {
+    owner = nullptr;
+    log_.push_back("after");
+  };
+  am_->advanceBy(1);
+  EXPECT_EQ(log_, (Log{"owned@1001.00", "after"}));
+}
+
+TEST_F(TimerWheelTest, ProcessTimeLimitLeavesTheRestForTheNextTurn) {
+  for (const char* name : {"a", "b", "c"}) probe(name)->timeMinIs(1000);
+  am_->runOnce();
+  EXPECT_EQ(log_.size(), 3u);
+  wheel_->processTimeLimitIs(1e-12);
+  for (const char* name : {"d", "e", "f"}) probe(name)->timeMinIs(1000);
+  am_->runOnce();
+  EXPECT_EQ(log_.size(), 4u);
+  am_->runOnce();
+  EXPECT_EQ(log_.size(), 5u);
+  am_->runOnce();
+  EXPECT_EQ(log_, (Log{"a@1000.00", "b@1000.00", "c@1000.00", "d@1000.00", "e@1000.00", "f@1000.00"}));
+}
+
+// Queries every 125 s refresh a membership that expires 260 s after the last report; the reports
+// stop after the second query, so the membership expires 260 s after it.
+TEST_F(TimerWheelTest, MembershipTimeline) {
+  Probe* query = probe("query");
+  Probe* membership = probe("expire");
+  int reports = 0;
+  query->action = [&] {
+    if (++reports <= 2) membership->timeMinIs(Kiv::System::currentTime() + 260);
+    query->timeMinIs(Kiv::System::currentTime() + 125);
+  };
+  query->timeMinIs(1000);
+  am_->advanceBy(0);
+  am_->advanceBy(260);
+  EXPECT_EQ(log_, (Log{"query@1000.00", "query@1125.00", "query@1250.00"}));
+  am_->advanceBy(260);
+  EXPECT_EQ(log_, (Log{"query@1000.00", "query@1125.00", "query@1250.00", "query@1375.00", "expire@1385.00",
+                       "query@1500.00"}));
+}
+
+}  // namespace
