@@ -35,5 +35,7 @@ class NullPointerException : public Exception {
 }  // namespace Kiv
 
 // Checks an invariant of the agent itself; never used on packet bytes.
-#define KIV_ASSERT(expr) \
-  ((expr) ? static_cast<void>(0) : ::Kiv::assertionFailed(#expr, __FILE__, __LINE__, __PRETTY_FUNCTION__))
+#define KIV_ASSERT(expr) KIV_ASSERT_TEXT(expr, #expr)
+// The same with the text to print given apart, where it must stand exactly as written.
+#define KIV_ASSERT_TEXT(expr, text) \
+  ((expr) ? static_cast<void>(0) : ::Kiv::assertionFailed(text, __FILE__, __LINE__, __PRETTY_FUNCTION__))

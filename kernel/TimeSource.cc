@@ -1,21 +1,17 @@
-// The settable time source; the system clock until someone installs another.
+// The settable time source: the activity loop's clock (system or virtual time) unless a test installs
+// another.
 #include "kernel/TimeSource.h"
 
-#include <chrono>
+#include "kernel/ActivityManager.h"
 
 namespace Kiv {
 
 namespace {
-
-Seconds systemNow() {
-  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-}
-
-TimeSourceFn timeSource = &systemNow;
-
+Seconds loopNow() { return System::currentTime(); }
+TimeSourceFn timeSource = &loopNow;
 }  // namespace
 
-void timeSourceIs(TimeSourceFn fn) { timeSource = fn ? fn : &systemNow; }
+void timeSourceIs(TimeSourceFn fn) { timeSource = fn ? fn : &loopNow; }
 
 Seconds timeSourceNow() { return timeSource(); }
 

@@ -8,7 +8,7 @@ namespace Kiv {
 
 using TimeSourceFn = Seconds (*)();
 
-// nullptr restores the default, the system clock.
+// nullptr restores the default, the activity loop's clock.
 void timeSourceIs(TimeSourceFn fn);
 Seconds timeSourceNow();
 
