@@ -1,0 +1,52 @@
+// The membership tree of a VLAN: group, the interfaces that have it, the reporters on each interface,
+// and the sources of a reporter's include list.
+#pragma once
+
+#include "kernel/EntityDecl.h"
+#include "model/Enums.h"
+#include "net/Igmp.h"
+#include "net/IntfId.h"
+#include "net/IpAddr.h"
+
+namespace Bridging::IgmpSnooping {
+
+#define IGMP_SOURCE_MEMBERSHIP_ATTRS(X) X(scalar, sourceAge, SourceAge, uint32_t, 0)
+
+// A source of a membership; sourceAge counts general queries since a report named it.
+class IgmpSourceMembership : public Kiv::KeyedEntity<Lomax::IpAddr> {
+  KIV_ENTITY_KEYED(IgmpSourceMembership, Lomax::IpAddr, source, IGMP_SOURCE_MEMBERSHIP_ATTRS)
+};
+
+#define IGMP_MEMBERSHIP_ATTRS(X)                                                             \
+  X(scalar, firstReport, FirstReport, Kiv::Seconds, 0.0)                                     \
+  X(scalar, lastReport, LastReport, Kiv::Seconds, 0.0)                                       \
+  X(scalar, expire, Expire, Kiv::Seconds, 0.0)                                               \
+  X(scalar, state, State, IgmpMembershipState, membershipStateMember)                        \
+  X(scalar, igmpVersion, IgmpVersion, Gmp::Igmp::IgmpVersion, Gmp::Igmp::IgmpVersion(0))     \
+  X(scalar, filterMode, FilterMode, Gmp::Igmp::IgmpFilterMode, Gmp::Igmp::filterModeExclude) \
+  X(entities, source, Source, Lomax::IpAddr, IgmpSourceMembership)
+
+// One reporter's membership of a group on an interface.
+class IgmpMembership : public Kiv::KeyedEntity<Lomax::IpAddr> {
+  KIV_ENTITY_KEYED(IgmpMembership, Lomax::IpAddr, reporter, IGMP_MEMBERSHIP_ATTRS)
+};
+
+#define IGMP_INTF_STATUS_ATTRS(X)                                                            \
+  X(scalar, staticEntry, StaticEntry, bool, false)                                           \
+  X(scalar, lowestVersion, LowestVersion, Gmp::Igmp::IgmpVersion, Gmp::Igmp::IgmpVersion(0)) \
+  X(entities, membership, Membership, Lomax::IpAddr, IgmpMembership)                         \
+  X(values, oldIntf, OldIntf, Lomax::IpAddr, Lomax::IntfId, Lomax::IntfId())                 \
+  X(values, oldIntfRefCount, OldIntfRefCount, Lomax::IntfId, uint32_t, 0)
+
+// A group on one interface; a static entry stays when its last membership goes.
+class IgmpIntfStatus : public Kiv::KeyedEntity<Lomax::IntfId> {
+  KIV_ENTITY_KEYED(IgmpIntfStatus, Lomax::IntfId, intf, IGMP_INTF_STATUS_ATTRS)
+};
+
+#define IGMP_GROUP_ATTRS(X) X(entities, intf, Intf, Lomax::IntfId, IgmpIntfStatus)
+
+class IgmpGroup : public Kiv::KeyedEntity<Lomax::IpAddr> {
+  KIV_ENTITY_KEYED(IgmpGroup, Lomax::IpAddr, addr, IGMP_GROUP_ATTRS)
+};
+
+}  // namespace Bridging::IgmpSnooping
