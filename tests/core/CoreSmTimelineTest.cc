@@ -1,0 +1,309 @@
+// The core over time, on the virtual clock: membership aging, queries and the querier, routers,
+// confidence, interface moves, initial queries and the restart replay.
+#include <gtest/gtest.h>
+
+#include "core/CoreQuerierSm.h"
+#include "core/CoreRouterSm.h"
+#include "core/IntfQuerySpoofer.h"
+#include "net/IgmpQuery.h"
+#include "tests/core/CoreHarness.h"
+
+namespace CoreTest {
+namespace {
+
+using Gmp::Igmp::IgmpGroupRecord;
+using Gmp::Igmp::IgmpQuery;
+using Gmp::Igmp::SourceList;
+
+class CoreSmTimelineTest : public ::testing::Test, public CoreHarness {
+ protected:
+  void query(const char* from, Gmp::Igmp::IgmpVersion v, uint8_t code, const char* group = "0.0.0.0",
+             const char* port = "Ethernet3") {
+    rx(port, host(from).igmpQuery(IgmpQuery(v, code, ip(group))));
+  }
+};
+
+TEST_F(CoreSmTimelineTest, Version2LeaveIsCheckedByTheQuerierAndRescuedByAReport) {
+  startCore();
+  query("10.0.0.254", Gmp::Igmp::igmpVersion2, 100);
+  rx("Ethernet1", host("10.0.0.1").igmpV2Report(ip("239.1.1.1")));
+  rx("Ethernet2", host("10.0.0.2").igmpV2Report(ip("239.1.1.1")));
+  auto a = membership("239.1.1.1", "Ethernet1", "10.0.0.1");
+  EXPECT_EQ(a->expire(), start + 260.0);  // robustness 2 x 125 + 10
+
+  advance(10.0);
+  rx("Ethernet1", host("10.0.0.1").igmpV2Leave(ip("239.1.1.1")));
+  EXPECT_TRUE(membership("239.1.1.1", "Ethernet1", "10.0.0.1"));  // a leave alone changes nothing
+  query("10.0.0.254", Gmp::Igmp::igmpVersion2, 10, "239.1.1.1");  // 1 second
+  EXPECT_EQ(a->state(), checkingMembership);
+  EXPECT_EQ(a->expire(), now() + 2.0);
+  advance(0.5);
+  rx("Ethernet2", host("10.0.0.2").igmpV2Report(ip("239.1.1.1")));  // the other host answers
+  auto b = membership("239.1.1.1", "Ethernet2", "10.0.0.2");
+  EXPECT_EQ(b->state(), checkingGotReport);
+  EXPECT_EQ(b->expire(), now() + 1.5);  // the shortened expire stays
+  advance(1.6);
+  EXPECT_FALSE(membership("239.1.1.1", "Ethernet1", "10.0.0.1"));
+  EXPECT_FALSE(status->group(ip("239.1.1.1"))->intf(IntfId("Ethernet1")));
+  ASSERT_TRUE(membership("239.1.1.1", "Ethernet2", "10.0.0.2"));
+  EXPECT_EQ(b->state(), membershipStateMember);
+  // Saved at the timer: a full life from the firing, on the 100 ms grid.
+  EXPECT_NEAR(b->expire(), start + 12.0 + 260.0, 0.1);
+}
+
+TEST_F(CoreSmTimelineTest, ExcludeMembershipsExpireAndTakeTheTreeAway) {
+  startCore();
+  rx("Ethernet1", host("10.0.0.1").igmpV2Report(ip("239.1.1.1")));
+  std::vector<IpAddr> none;
+  IgmpGroupRecord rec(Gmp::Igmp::recordTypeModeIsExclude, ip("239.1.1.1"));
+  rx("Ethernet1", host("10.0.0.3").igmpV3Report(std::span(&rec, 1)));
+  auto s = status->group(ip("239.1.1.1"))->intf(IntfId("Ethernet1"));
+  EXPECT_EQ(s->lowestVersion(), Gmp::Igmp::igmpVersion2);
+  advance(100.0);
+  rx("Ethernet1", host("10.0.0.3").igmpV3Report(std::span(&rec, 1)));
+  advance(160.0);  // 10.0.0.1 at exactly its expire
+  EXPECT_FALSE(membership("239.1.1.1", "Ethernet1", "10.0.0.1"));
+  EXPECT_EQ(s->lowestVersion(), Gmp::Igmp::igmpVersion3);  // recomputed when the lower one went
+  EXPECT_TRUE(status->groupList(ip("239.1.1.1")));
+  advance(100.0);
+  EXPECT_FALSE(status->group(ip("239.1.1.1")));
+  EXPECT_FALSE(status->groupList(ip("239.1.1.1")));
+  EXPECT_EQ(core->groupSmCount(), 0u);
+
+  // A static entry stays when its last membership goes.
+  rx("Ethernet2", host("10.0.0.1").igmpV2Report(ip("239.2.2.2")));
+  status->group(ip("239.2.2.2"))->intf(IntfId("Ethernet2"))->staticEntryIs(true);
+  advance(261.0);
+  ASSERT_TRUE(status->group(ip("239.2.2.2")));
+  EXPECT_EQ(status->group(ip("239.2.2.2"))->intf(IntfId("Ethernet2"))->membershipSize(), 0u);
+}
+
+TEST_F(CoreSmTimelineTest, IncludeMembershipsAgeByGeneralQueriesOnly) {
+  startCore();
+  std::vector<IpAddr> src{ip("1.1.1.1")};
+  IgmpGroupRecord rec(Gmp::Igmp::recordTypeModeIsInclude, ip("232.1.1.1"), SourceList(src));
+  rx("Ethernet1", host("10.0.0.1").igmpV3Report(std::span(&rec, 1)));
+  advance(10000.0);
+  auto m = membership("232.1.1.1", "Ethernet1", "10.0.0.1");
+  ASSERT_TRUE(m);  // no clock ages an include membership
+  query("10.0.0.254", Gmp::Igmp::igmpVersion3, 100);
+  query("10.0.0.254", Gmp::Igmp::igmpVersion3, 100);
+  EXPECT_EQ(m->source(ip("1.1.1.1"))->sourceAge(), 2u);
+  // A group-and-source query leaves it one more general query at most.
+  rx("Ethernet1", host("10.0.0.1").igmpV3Report(std::span(&rec, 1)));
+  IgmpQuery gsq(Gmp::Igmp::igmpVersion3, 10, ip("232.1.1.1"));
+  gsq.sourcesIs(SourceList(src));
+  rx("Ethernet3", host("10.0.0.254").igmpQuery(gsq));
+  EXPECT_EQ(m->source(ip("1.1.1.1"))->sourceAge(), 1u);
+  query("10.0.0.254", Gmp::Igmp::igmpVersion3, 100);
+  query("10.0.0.254", Gmp::Igmp::igmpVersion3, 100);
+  EXPECT_FALSE(membership("232.1.1.1", "Ethernet1", "10.0.0.1"));
+}
+
+TEST_F(CoreSmTimelineTest, QuerierElectionLowestWinsUnlessSilentOrGone) {
+  startCore();
+  query("10.0.0.5", Gmp::Igmp::igmpVersion2, 100, "0.0.0.0", "Ethernet2");
+  query("10.0.0.3", Gmp::Igmp::igmpVersion2, 100, "0.0.0.0", "Ethernet3");
+  EXPECT_EQ(status->querier()->addr(), ip("10.0.0.3"));
+  Kiv::Seconds expire = status->querier()->expire();
+  EXPECT_EQ(expire, start + 255.0 + 5.0);  // other querier present interval + half a response interval
+  advance(30.0);
+  query("10.0.0.5", Gmp::Igmp::igmpVersion2, 100, "0.0.0.0", "Ethernet2");
+  EXPECT_EQ(status->querier()->addr(), ip("10.0.0.3"));
+  EXPECT_EQ(status->querier()->expire(), expire);  // neither refreshed nor replaced
+  // 10.0.0.3 falls silent: with less than one query interval left, 10.0.0.5 takes over.
+  advance(110.0);
+  query("10.0.0.5", Gmp::Igmp::igmpVersion2, 100, "0.0.0.0", "Ethernet2");
+  EXPECT_EQ(status->querier()->addr(), ip("10.0.0.5"));
+  EXPECT_EQ(status->querier()->intf(), IntfId("Ethernet2"));
+  // A lower querier whose port is disabled loses at once.
+  query("10.0.0.3", Gmp::Igmp::igmpVersion2, 100, "0.0.0.0", "Ethernet3");
+  EXPECT_EQ(status->querier()->addr(), ip("10.0.0.3"));
+  core->enabledIntfIs(IntfId("Ethernet3"), false);
+  query("10.0.0.5", Gmp::Igmp::igmpVersion2, 100, "0.0.0.0", "Ethernet2");
+  EXPECT_EQ(status->querier()->addr(), ip("10.0.0.5"));
+  EXPECT_TRUE(status->confident());
+  // Silence: the querier ages out, confidence and the response interval go back.
+  query("10.0.0.5", Gmp::Igmp::igmpVersion2, 50, "0.0.0.0", "Ethernet2");
+  EXPECT_EQ(status->queryResponseInterval(), 5.0);
+  advance(255.0 + 2.5 + 0.2);
+  EXPECT_FALSE(status->querier());
+  EXPECT_FALSE(status->confident());
+  EXPECT_EQ(status->queryResponseInterval(), 10.0);
+  EXPECT_EQ(status->querierVersion(), Gmp::Igmp::igmpVersionUnknown);
+}
+
+TEST_F(CoreSmTimelineTest, RouterStrengthAndTheOneSecondHold) {
+  startCore();
+  rx("Ethernet3", host("10.0.0.254").igmpQuery(IgmpQuery(Gmp::Igmp::igmpVersion2, 100, IpAddr())));
+  auto r = status->router(ip("10.0.0.254"));
+  EXPECT_EQ(r->routerType(), routerTypeQuery);
+  advance(2.0);
+  rx("Ethernet2", host("10.0.0.254").pimV2Hello(105));  // a querier that starts PIM: PIM at once, new port
+  EXPECT_EQ(r->routerType(), routerTypePim);
+  EXPECT_EQ(r->intf(), IntfId("Ethernet2"));
+  advance(50.0);
+  query("10.0.0.254", Gmp::Igmp::igmpVersion2, 100, "0.0.0.0", "Ethernet2");  // weaker: no refresh
+  EXPECT_EQ(r->expire(), start + 2.0 + 105.0);
+  advance(0.5);
+  rx("Ethernet2", host("10.0.0.254").pimV2Hello(105));
+  Kiv::Seconds heard = r->lastHeard();
+  advance(0.5);
+  rx("Ethernet1", host("10.0.0.254").pimV2Hello(105));  // within a second: nothing, not even lastHeard
+  EXPECT_EQ(r->lastHeard(), heard);
+  EXPECT_EQ(r->intf(), IntfId("Ethernet2"));
+  advance(1.0);
+  rx("Ethernet1", host("10.0.0.254").pimV2Hello(105));  // after a second of quiet it moves
+  EXPECT_EQ(r->intf(), IntfId("Ethernet1"));
+  EXPECT_FALSE(r->oldIntf());
+  // Hellos stop: it goes at expire, whatever the queries say.
+  for (int i = 0; i < 9; ++i) {
+    advance(11.0);
+    query("10.0.0.254", Gmp::Igmp::igmpVersion2, 100, "0.0.0.0", "Ethernet1");
+  }
+  EXPECT_EQ(r->expire(), start + 54.0 + 105.0);
+  advance(r->expire() - now() + 0.1);
+  EXPECT_FALSE(status->router(ip("10.0.0.254")));
+  EXPECT_FALSE(core->routerSm(ip("10.0.0.254")));
+}
+
+// Sends state of a port going down to its replacement, and keeps routers where they are.
+struct PortChannelControl : ::IgmpSnooping::IntfStateControl {
+  PortChannelControl() : IntfStateControl("lag") {}
+  MoveDecision routerMove(IpAddr, IntfId, IntfId) override { return doNotMove; }
+  IntfId moveToIntf(IntfId intf, bool) override {
+    return intf == IntfId("Ethernet1") ? IntfId("Port-Channel1") : IntfId();
+  }
+};
+
+TEST_F(CoreSmTimelineTest, PortsGoingDownDeleteOrMoveTheirState) {
+  startCore({"Ethernet1", "Ethernet2", "Ethernet3", "Port-Channel1"});
+  auto controls = Kiv::make<::IgmpSnooping::IntfStateControls>();
+  controls->controlIs(Kiv::make<PortChannelControl>());
+  core->intfStateControlIs(controls);
+  rx("Ethernet1", host("10.0.0.1").igmpV2Report(ip("239.1.1.1")));
+  rx("Ethernet1", host("10.0.0.100").pimV2Hello(105));
+  rx("Ethernet2", host("10.0.0.2").igmpV2Report(ip("239.1.1.1")));
+  rx("Ethernet2", host("10.0.0.101").pimV2Hello(105));
+  advance(20.0);
+  auto before = membership("239.1.1.1", "Ethernet1", "10.0.0.1");
+  Kiv::Seconds expire = before->expire();
+
+  core->enabledIntfIs(IntfId("Ethernet2"), false);  // no replacement: state goes
+  EXPECT_FALSE(status->router(ip("10.0.0.101")));
+  EXPECT_FALSE(membership("239.1.1.1", "Ethernet2", "10.0.0.2"));
+
+  core->enabledIntfIs(IntfId("Ethernet1"), false);  // replaced by the port channel: state moves
+  auto moved = membership("239.1.1.1", "Port-Channel1", "10.0.0.1");
+  ASSERT_TRUE(moved);
+  EXPECT_EQ(moved->expire(), expire);
+  auto to = status->group(ip("239.1.1.1"))->intf(IntfId("Port-Channel1"));
+  EXPECT_EQ(to->oldIntf(ip("10.0.0.1")), IntfId("Ethernet1"));
+  EXPECT_EQ(to->oldIntfRefCount(IntfId("Ethernet1")), 1u);
+  auto r = status->router(ip("10.0.0.100"));
+  EXPECT_EQ(r->intf(), IntfId("Port-Channel1"));
+  EXPECT_EQ(r->oldIntf(), IntfId("Ethernet1"));
+
+  rx("Port-Channel1", host("10.0.0.1").igmpV2Report(ip("239.1.1.1")));  // heard again: the old entry goes
+  EXPECT_FALSE(to->oldIntf(ip("10.0.0.1")));
+  EXPECT_EQ(to->oldIntfRefCountSize(), 0u);
+
+  core->enabledIntfIs(IntfId("Ethernet1"), true);  // the router moves back
+  EXPECT_EQ(r->intf(), IntfId("Ethernet1"));
+  EXPECT_FALSE(r->oldIntf());
+}
+
+TEST_F(CoreSmTimelineTest, InitialQueriesOnAPortComeFromZeroAndGoToThatPortOnly) {
+  config->initialQueryTimeIs(0, 1000);
+  config->initialQueryTimeIs(1, 3000);
+  startCore();
+  core->createIntfQuerySpoofer(IntfId("Ethernet1"));
+  EXPECT_FALSE(core->intfQuerySpoofer(IntfId("Ethernet1")));  // no general query seen yet
+  query("10.0.0.254", Gmp::Igmp::igmpVersion2, 100);
+  size_t before = floods();
+  core->createIntfQuerySpoofer(IntfId("Ethernet1"));
+  ASSERT_TRUE(core->intfQuerySpoofer(IntfId("Ethernet1")));
+  advance(1.0);
+  ASSERT_EQ(floods(), before + 1);
+  auto req = lastFlood();
+  EXPECT_EQ(req->floodType(), floodTypeSinglePort);
+  EXPECT_EQ(req->outgoingIntfId(), IntfId("Ethernet1"));
+  EXPECT_FALSE(req->incomingIntfId());
+  EXPECT_TRUE(req->needsPreProcess());
+  Lomax::IpHdr ipHdr(req->orig()->offsetFront());
+  EXPECT_TRUE(ipHdr.src().isZero());
+  EXPECT_EQ(ipHdr.computedChecksum(), Lomax::zeroChecksum);
+  advance(2.0);
+  EXPECT_EQ(floods(), before + 2);
+  EXPECT_FALSE(core->intfQuerySpoofer(IntfId("Ethernet1")));  // done after the last entry
+  advance(10.0);
+  EXPECT_EQ(floods(), before + 2);
+}
+
+TEST_F(CoreSmTimelineTest, RestartReplaysTheLastQueryThenReviewsTheGroupList) {
+  // The status as a previous agent left it: confident, a querier with its last query, memberships on
+  // an enabled and on a vanished port, and a stale entry in the group list.
+  Lomax::FrameBuilder router = host("10.0.0.254");
+  Kiv::Ptr<Lomax::Pkt> q = router.igmpQuery(IgmpQuery(Gmp::Igmp::igmpVersion2, 100, IpAddr()));
+  status->latestQueryIs(q->stringValue());
+  status->confidentIs(true);
+  auto querier = status->querierIs(ip("10.0.0.254"));
+  querier->intfIs(IntfId("Ethernet3"));
+  querier->expireIs(start + 100.0);
+  for (const char* port : {"Ethernet1", "Ethernet9"}) {
+    auto m = status->groupIs(ip("239.1.1.1"))->intfIs(IntfId(port))->membershipIs(ip("10.0.0.1"));
+    m->igmpVersionIs(Gmp::Igmp::igmpVersion2);
+    m->lastReportIs(start - 100.0);
+    m->expireIs(start + 160.0);
+  }
+  auto old = status->groupIs(ip("239.3.3.3"))->intfIs(IntfId("Ethernet1"))->membershipIs(ip("10.0.0.1"));
+  old->igmpVersionIs(Gmp::Igmp::igmpVersion2);
+  old->expireIs(start - 5.0);  // its time passed while the agent was away
+  status->groupListIs(ip("239.1.1.1"), true);
+  status->groupListIs(ip("239.7.7.7"), true);
+  status->configuredRestartQueryIntervalIs(5.0);
+
+  startCore();
+  EXPECT_TRUE(status->coreSmStateRebuilding());
+  EXPECT_TRUE(status->confident());
+  EXPECT_FALSE(status->group(ip("239.1.1.1"))->intf(IntfId("Ethernet9")));  // its port is gone
+  ASSERT_EQ(floods(), 1u);  // the first replay at once, as if from the querier's port
+  EXPECT_EQ(lastFlood()->floodType(), floodTypeVlan);
+  EXPECT_EQ(lastFlood()->incomingIntfId(), IntfId("Ethernet3"));
+  EXPECT_EQ(lastFlood()->orig()->stringValue(), q->stringValue());
+  EXPECT_GT(querier->expire(), start + 255.0);  // kept alive through the replay
+  EXPECT_FALSE(core->intfQuerySpoofer(IntfId("Ethernet1")));
+  core->createIntfQuerySpoofer(IntfId("Ethernet1"));
+  EXPECT_FALSE(core->intfQuerySpoofer(IntfId("Ethernet1")));  // none while rebuilding
+
+  advance(0.1);
+  EXPECT_FALSE(status->group(ip("239.3.3.3")));  // a stored expire in the past fires at once
+  advance(4.9);
+  EXPECT_EQ(floods(), 2u);  // robustness 2: the second replay restartQueryInterval later
+  EXPECT_TRUE(status->groupList(ip("239.7.7.7")));  // the review waits for the end
+  advance(1.1 * 10.0);
+  EXPECT_FALSE(status->coreSmStateRebuilding());
+  EXPECT_FALSE(status->groupList(ip("239.7.7.7")));
+  EXPECT_TRUE(status->groupList(ip("239.1.1.1")));
+  EXPECT_TRUE(membership("239.1.1.1", "Ethernet1", "10.0.0.1"));
+  EXPECT_TRUE(status->confident());
+}
+
+TEST_F(CoreSmTimelineTest, FirstStartIsNotConfidentUntilAGeneralQuery) {
+  startCore();
+  EXPECT_FALSE(status->coreSmStateRebuilding());
+  EXPECT_FALSE(status->confident());
+  EXPECT_EQ(floods(), 0u);
+  query("10.0.0.254", Gmp::Igmp::igmpVersion2, 10, "239.1.1.1");  // a specific query is not enough
+  EXPECT_FALSE(status->confident());
+  contextConfig->deferConfidenceIs(true);
+  query("10.0.0.254", Gmp::Igmp::igmpVersion2, 100);
+  EXPECT_FALSE(status->confident());
+  contextConfig->deferConfidenceIs(false);
+  query("10.0.0.254", Gmp::Igmp::igmpVersion2, 100);
+  EXPECT_TRUE(status->confident());
+  EXPECT_EQ(core->confidence(), 2u);
+}
+
+}  // namespace
+}  // namespace CoreTest
