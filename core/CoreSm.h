@@ -189,8 +189,9 @@ class CoreSm : public Kiv::StateMachine {
     CoreSm* sm() const { return static_cast<CoreSm*>(kivOwner()); }
   };
   void handleInitialized();
-  void doFloodReport(const Kiv::Ptr<Lomax::Pkt>& pkt, Lomax::IntfId intf, IgmpSnoopingPktType pktType,
-                     const Kiv::Ptr<IgmpSnoopingFlooder>& flooder);
+  // Reports and leaves travel to the routers (and switch ports) unless the proxy takes them.
+  void doFloodReport(const char* what, const Kiv::Ptr<Lomax::Pkt>& pkt, Lomax::IntfId intf,
+                     IgmpSnoopingPktType pktType, const Kiv::Ptr<IgmpSnoopingFlooder>& flooder);
   void doReviewGroupList();
   void doDeleteAllSources(const Kiv::Ptr<IgmpMembership>& membership);
 

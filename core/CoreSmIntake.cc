@@ -71,8 +71,12 @@ void CoreSm::doFlood(Kiv::Ptr<Lomax::Pkt> pkt, IgmpSnoopingFloodType floodType, 
   flooder->floodReqIs(std::move(req));
 }
 
-void CoreSm::doFloodReport(const Kiv::Ptr<Lomax::Pkt>& pkt, IntfId intf, IgmpSnoopingPktType pktType,
-                           const Kiv::Ptr<IgmpSnoopingFlooder>& flooder) {
+void CoreSm::doFloodReport(const char* what, const Kiv::Ptr<Lomax::Pkt>& pkt, IntfId intf,
+                           IgmpSnoopingPktType pktType, const Kiv::Ptr<IgmpSnoopingFlooder>& flooder) {
+  if (isProxySuppressed(intf)) {
+    KIV_TRACE(packetTrace, 6, "Not forwarding " << what << ", IGMP snooping proxy enabled " << intf);
+    return;
+  }
   doFlood(pkt, status_->reportFloodingEnabled() ? floodTypeRouterAndSwitchPort : floodTypeRouter, intf,
           Lomax::emptyIntfId, pktType, IpAddr(), false, flooder);
 }
@@ -161,11 +165,7 @@ void CoreSm::doParseIgmp(IntfId intf, Kiv::Ptr<Lomax::Pkt> pkt, Lomax::IpHdr ipH
         KIV_TRACE(packetTrace, 6, "Dropping join report from  " << source << " for group " << igmp.group());
         return;
       }
-      if (isProxySuppressed(intf)) {
-        KIV_TRACE(packetTrace, 6, "Not forwarding report, IGMP snooping proxy enabled " << intf);
-        return;
-      }
-      doFloodReport(pkt, intf, pktTypeReport, flooder);
+      doFloodReport("report", pkt, intf, pktTypeReport, flooder);
       return;
     }
     case Lomax::messageTypeV3MembershipReport: {
@@ -197,11 +197,7 @@ void CoreSm::doParseIgmp(IntfId intf, Kiv::Ptr<Lomax::Pkt> pkt, Lomax::IpHdr ipH
           return;
         }
       }
-      if (isProxySuppressed(intf)) {
-        KIV_TRACE(packetTrace, 6, "Not forwarding report, IGMP snooping proxy enabled " << intf);
-        return;
-      }
-      doFloodReport(pkt, intf, pktTypeReport, flooder);
+      doFloodReport("report", pkt, intf, pktTypeReport, flooder);
       return;
     }
     case Lomax::messageTypeV2LeaveGroup: {
@@ -218,11 +214,7 @@ void CoreSm::doParseIgmp(IntfId intf, Kiv::Ptr<Lomax::Pkt> pkt, Lomax::IpHdr ipH
         pktType = pktTypeLeave;
       }
       counter->inPktIgmpV2LeaveInc(1);
-      if (isProxySuppressed(intf)) {
-        KIV_TRACE(packetTrace, 6, "Not forwarding leave, IGMP snooping proxy enabled " << intf);
-        return;
-      }
-      doFloodReport(pkt, intf, pktType, flooder);
+      doFloodReport("leave", pkt, intf, pktType, flooder);
       return;
     }
     case Lomax::messageTypeDvmrp: {
