@@ -66,12 +66,13 @@ void CoreRouterSm::handleRouterMoveTimer() {
                 << "handleRouterMoveTimer"
                 << " moving router " << addr_ << " from " << router_->intf() << " to "
                 << routerMove_.newIntfId);
+  // Hearing of the router (lastHeard below) cancels the plan, so take it first.
   const RouterMove move = routerMove_;
-  routerMove_ = RouterMove();
-  routerMoveTimer_.timeMinIs(Kiv::infinity);
   router_->intfIs(move.newIntfId);
   router_->lastHeardIs(coreSm_->now() - 1.0);
   router_->expireIs(move.newLife + router_->lastHeard());
+  routerMoveTimer_.timeMinIs(Kiv::infinity);
+  routerMove_ = RouterMove();
 }
 
 std::ostream& operator<<(std::ostream& os, const CoreRouterSm::RouterMove& m) {

@@ -477,13 +477,12 @@ void CoreSm::intfQuerySpooferDel(IntfId intf) { Kiv::smDel(intfQuerySpoofer_, in
 
 // --- interfaces -----------------------------------------------------------------------------------------
 
+// Only true values are stored: a port written false and a port never seen are the same.
 void CoreSm::enabledIntfIs(IntfId intf, bool on) {
-  if (enabledIntf_.set(intf, on)) handleEnabledIntf(intf);
+  if (on ? enabledIntf_.set(intf, true) : enabledIntf_.erase(intf)) handleEnabledIntf(intf);
 }
 
-void CoreSm::enabledIntfDel(IntfId intf) {
-  if (enabledIntf_.erase(intf)) handleEnabledIntf(intf);
-}
+void CoreSm::enabledIntfDel(IntfId intf) { enabledIntfIs(intf, false); }
 
 void CoreSm::enabledIntfDelAll() {
   for (auto it = enabledIntf_.begin(); it; ++it) enabledIntfDel(it.key());
@@ -551,8 +550,8 @@ void CoreSm::handleDisabledIntf(IntfId intf, bool overrideDownState) {
       Kiv::Ptr<IgmpIntfStatus> to = group->intfIs(moveToIntf);
       moveMemberships(from, to);
       KIV_TRACE(coreTrace, 6,
-                "Intf " << moveToIntf << " has " << to->membershipSize() << " memberships moved from " << intf
-                        << ". Total # of old interfaces is " << to->oldIntfRefCountSize());
+                "Intf " << moveToIntf << " has " << from->membershipSize() << " memberships moved from "
+                        << intf << ". Total # of old interfaces is " << to->oldIntfRefCountSize());
     }
     KIV_RING(2, "Interface " << intf << " status for group " << it.key() << " on Vlan " << vlanId()
                              << " deleted.");

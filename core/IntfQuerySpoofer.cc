@@ -27,7 +27,7 @@ uint32_t IntfQuerySpoofer::queryTime(uint32_t i) const { return config_ ? config
 
 void IntfQuerySpoofer::handleInitialized() {
   KIV_ASSERT(status()->querier());
-  KIV_ASSERT(!status()->latestQuery().empty());
+  KIV_ASSERT_TEXT(!status()->latestQuery().empty(), "status()->latestQuery()");
   KIV_ASSERT(!status()->coreSmStateRebuilding());
   initialized_ = true;
   const bool noTable = !config_ || config_->initialQueryTimeSize() == 0;

@@ -2,6 +2,7 @@
 // makes, proxy suppression, and frames whose bytes lie.
 #include <gtest/gtest.h>
 
+#include "core/CorePeerSyncSm.h"
 #include "tests/core/CoreHarness.h"
 
 namespace CoreTest {
@@ -183,6 +184,52 @@ TEST_F(CoreSmIntakeTest, InvariantBreachesAbort) {
   EXPECT_DEATH(core->doRxPkt(IntfId("Ethernet9"), host("10.0.0.1").igmpV2Report(ip("239.1.1.1")), flooder),
                "enabledIntf\\( intf \\)");
   EXPECT_DEATH(core->doRxPkt(IntfId("Ethernet1"), nullptr, flooder), "pkt");
+}
+
+}  // namespace
+}  // namespace CoreTest
+
+namespace CoreTest {
+namespace {
+
+using Gmp::Igmp::IgmpQuery;
+
+struct PeerLink : ::IgmpSnooping::MlagInfo {
+  bool isMlagIntf(IntfId) const override { return false; }
+  IntfId peerLinkIntf() const override { return IntfId("Port-Channel100"); }
+};
+
+TEST_F(CoreSmIntakeTest, ThePeerLinkCarriesNothingIntoTheState) {
+  core->enabledIntfIs(IntfId("Port-Channel100"), true);
+  auto sync = Kiv::make<CorePeerSyncSm>();
+  sync->mlagInfoIs(Kiv::make<PeerLink>());
+  core->syncSmIs(sync);
+  rx("Port-Channel100", host("10.0.0.1").igmpV2Report(ip("239.1.1.1")));
+  EXPECT_EQ(status->groupSize(), 0u);
+  EXPECT_EQ(lastFlood()->pktType(), pktTypeReport);  // a report still travels
+  rx("Port-Channel100", host("10.0.0.1").igmpV2Leave(ip("239.1.1.1")));
+  EXPECT_EQ(counter("Port-Channel100")->inPktIgmpV2Leave(), 1u);
+  EXPECT_EQ(lastFlood()->pktType(), pktTypeOther);
+  rx("Port-Channel100", host("10.0.0.100").pimV2Hello(105));
+  EXPECT_EQ(status->routerSize(), 0u);
+}
+
+TEST_F(CoreSmIntakeTest, TheSuppressFlagIsHonouredOnlyWithTheProxy) {
+  rx("Ethernet1", host("10.0.0.1").igmpV2Report(ip("239.1.1.1")));
+  IgmpQuery specific(Gmp::Igmp::igmpVersion3, 10, ip("239.1.1.1"));
+  specific.suppressRouterSideProcessingIs(true);
+  IgmpQuery general(Gmp::Igmp::igmpVersion3, 100, IpAddr());
+  general.suppressRouterSideProcessingIs(true);
+  rx("Ethernet3", host("10.0.0.254").igmpQuery(specific));
+  EXPECT_EQ(membership("239.1.1.1", "Ethernet1", "10.0.0.1")->state(), membershipStateMember);
+  EXPECT_EQ(lastFlood()->floodType(), floodTypeVlan);
+  rx("Ethernet3", host("10.0.0.254").igmpQuery(general));
+  EXPECT_FALSE(status->confident());  // no aging, no confidence
+
+  contextConfig->proxyEnabledIs(true);
+  core->enabledIntfIs(Lomax::switchIntfId(), true);
+  rx("Switch", host("10.0.0.254").igmpQuery(general));
+  EXPECT_TRUE(status->confident());
 }
 
 }  // namespace

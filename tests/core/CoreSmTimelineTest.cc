@@ -307,3 +307,131 @@ TEST_F(CoreSmTimelineTest, FirstStartIsNotConfidentUntilAGeneralQuery) {
 
 }  // namespace
 }  // namespace CoreTest
+
+namespace CoreTest {
+namespace {
+
+using Gmp::Igmp::IgmpQuery;
+
+// Answers the router move question as it is told.
+struct RouterMoves : ::IgmpSnooping::IntfStateControl {
+  RouterMoves() : IntfStateControl("moves") {}
+  MoveDecision routerMove(IpAddr, IntfId, IntfId) override { return answer; }
+  IntfId moveToIntf(IntfId, bool) override { return IntfId(); }
+  MoveDecision answer = noOpinion;
+};
+
+TEST_F(CoreSmTimelineTest, ControlsAndPlannedMovesOfRouters) {
+  startCore();
+  auto controls = Kiv::make<::IgmpSnooping::IntfStateControls>();
+  auto moves = Kiv::make<RouterMoves>();
+  controls->controlIs(moves);
+  core->intfStateControlIs(controls);
+  rx("Ethernet1", host("10.0.0.100").pimV2Hello(105));
+  auto r = status->router(ip("10.0.0.100"));
+  moves->answer = ::IgmpSnooping::IntfStateControl::move;  // a move wins even within the second
+  advance(0.2);
+  rx("Ethernet2", host("10.0.0.100").pimV2Hello(105));
+  EXPECT_EQ(r->intf(), IntfId("Ethernet2"));
+  moves->answer = ::IgmpSnooping::IntfStateControl::doNotMove;  // a refusal lasts only a second
+  advance(2.0);
+  rx("Ethernet3", host("10.0.0.100").pimV2Hello(105));
+  EXPECT_EQ(r->intf(), IntfId("Ethernet3"));
+
+  // A planned move happens a second later, unless the router is heard first.
+  advance(1.5);
+  CoreRouterSm* sm = core->routerSm(ip("10.0.0.100"));
+  sm->routerMoveIs(CoreRouterSm::RouterMove{IntfId("Ethernet1"), 50.0});
+  advance(0.5);
+  rx("Ethernet3", host("10.0.0.100").pimV2Hello(105));
+  advance(1.0);
+  EXPECT_EQ(r->intf(), IntfId("Ethernet3"));
+  EXPECT_EQ(sm->routerMove(), CoreRouterSm::RouterMove());
+  sm->routerMoveIs(CoreRouterSm::RouterMove{IntfId("Ethernet1"), 50.0});
+  advance(1.1);
+  EXPECT_EQ(r->intf(), IntfId("Ethernet1"));
+  EXPECT_NEAR(r->expire(), now() - 1.0 + 50.0, 0.11);
+  EXPECT_EQ(sm->routerMove(), CoreRouterSm::RouterMove());
+}
+
+TEST_F(CoreSmTimelineTest, RestartGivesRoutersAFullLifeAndRearmsStoredTimers) {
+  auto kept = status->routerIs(ip("10.0.0.100"));
+  kept->intfIs(IntfId("Ethernet1"));
+  kept->lifeIs(105.0);
+  kept->expireIs(start - 50.0);  // ran out while the agent was away; the restart forgives it
+  status->routerIs(ip("10.0.0.101"))->intfIs(IntfId("Ethernet9"));
+  status->groupLimitExceededIs(true);
+  status->groupLimitExceededExpireIs(start + 30.0);
+  status->querierNotPresentExpireIs(start + 40.0);
+  status->noQuerierLogInfoIs(NoQuerierLogInfo{ip("10.0.0.1"), IntfId("Ethernet1"), ip("239.1.1.1")});
+  TestSupport::RecordingLogSink logs;
+  startCore();
+  EXPECT_FALSE(status->coreSmStateRebuilding());  // not confident before: a first start
+  EXPECT_FALSE(status->router(ip("10.0.0.101")));
+  EXPECT_EQ(kept->expire(), start + 105.0);
+  advance(41.0);
+  EXPECT_FALSE(status->groupLimitExceeded());
+  EXPECT_TRUE(Kiv::isNever(status->querierNotPresentExpire()));
+  EXPECT_EQ(logs.lines().size(), 2u);
+  advance(65.0);
+  EXPECT_FALSE(status->router(ip("10.0.0.100")));
+}
+
+TEST_F(CoreSmTimelineTest, RestartWithoutAQuerierEndsAtOnce) {
+  status->confidentIs(true);
+  status->groupListIs(ip("239.7.7.7"), true);
+  startCore();
+  EXPECT_FALSE(status->coreSmStateRebuilding());
+  EXPECT_FALSE(status->groupList(ip("239.7.7.7")));
+  EXPECT_EQ(floods(), 0u);
+}
+
+TEST_F(CoreSmTimelineTest, ConfidenceGrowsOnADelayedClock) {
+  status->configuredRobustnessIs(2);
+  startCore();
+  core->confidenceIncDelayIs(3.0);
+  core->confidenceIncDelayIs(3.0);  // already running: one raise only
+  advance(2.9);
+  EXPECT_EQ(core->confidence(), 0u);
+  advance(0.2);
+  EXPECT_EQ(core->confidence(), 1u);
+  EXPECT_FALSE(status->confident());
+  core->confidenceIncDelayIs(1.0);
+  advance(1.0);
+  EXPECT_EQ(core->confidence(), 2u);
+  EXPECT_TRUE(status->confident());
+}
+
+// Moves whatever goes down on the first port to the second.
+struct Chain : ::IgmpSnooping::IntfStateControl {
+  Chain() : IntfStateControl("chain") {}
+  MoveDecision routerMove(IpAddr, IntfId, IntfId) override { return noOpinion; }
+  IntfId moveToIntf(IntfId intf, bool) override {
+    if (intf == IntfId("Ethernet1")) return IntfId("Ethernet2");
+    if (intf == IntfId("Ethernet2")) return IntfId("Ethernet3");
+    return IntfId();
+  }
+};
+
+TEST_F(CoreSmTimelineTest, AReporterMovedTwiceKeepsOneOldInterface) {
+  startCore();
+  auto controls = Kiv::make<::IgmpSnooping::IntfStateControls>();
+  controls->controlIs(Kiv::make<Chain>());
+  core->intfStateControlIs(controls);
+  rx("Ethernet1", host("10.0.0.1").igmpV2Report(ip("239.1.1.1")));
+  core->enabledIntfIs(IntfId("Ethernet1"), false);
+  auto second = status->group(ip("239.1.1.1"))->intf(IntfId("Ethernet2"));
+  EXPECT_EQ(second->oldIntfRefCount(IntfId("Ethernet1")), 1u);
+  core->enabledIntfIs(IntfId("Ethernet2"), false);
+  auto third = status->group(ip("239.1.1.1"))->intf(IntfId("Ethernet3"));
+  EXPECT_EQ(third->oldIntf(ip("10.0.0.1")), IntfId("Ethernet2"));
+  EXPECT_EQ(third->oldIntfSize(), 1u);
+  EXPECT_EQ(third->oldIntfRefCount(IntfId("Ethernet2")), 1u);
+  EXPECT_EQ(third->oldIntfRefCount(IntfId("Ethernet1")), 0u);
+  // Its membership ending takes the old entry with it.
+  third->membershipDel(ip("10.0.0.1"));
+  EXPECT_FALSE(status->group(ip("239.1.1.1")));
+}
+
+}  // namespace
+}  // namespace CoreTest
