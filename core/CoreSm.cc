@@ -85,7 +85,8 @@ void CoreSm::handleInitialized() {
   KIV_TRACE_FUNC(coreTrace);
   moreConfidenceClock_.timeMinIs(Kiv::infinity);
   if (!initialized_) return;
-  if (!Vellum::snoopVlHandle) Vellum::initialize_handle("IgmpSnoopingDetailed", ringSizes);
+  if (!Vellum::snoopVlHandle)
+    Vellum::snoopVlHandle = Vellum::initialize_handle("IgmpSnoopingDetailed", ringSizes);
   for (auto& e : enabledIntf_.iter()) handleEnabledIntf(e.key());
   for (auto it = status_->groupIter().begin(); it; ++it) {
     Kiv::Ptr<IgmpGroup> group = it.currNodeNonStale();
