@@ -1,4 +1,4 @@
-// The settable time source: the activity loop's clock (system or virtual time) unless a test installs
+// The settable time source: the activity loop's stamp (system or virtual time) unless a test installs
 // another.
 #include "kernel/TimeSource.h"
 
@@ -7,12 +7,13 @@
 namespace Kiv {
 
 namespace {
-Seconds loopNow() { return System::currentTime(); }
-TimeSourceFn timeSource = &loopNow;
+Seconds loopStamp() { return activityManager()->stampNow(); }
 }  // namespace
 
-void timeSourceIs(TimeSourceFn fn) { timeSource = fn ? fn : &loopNow; }
+namespace detail {
+TimeSourceFn timeSource = &loopStamp;
+}
 
-Seconds timeSourceNow() { return timeSource(); }
+void timeSourceIs(TimeSourceFn fn) { detail::timeSource = fn ? fn : &loopStamp; }
 
 }  // namespace Kiv

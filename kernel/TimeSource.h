@@ -1,5 +1,5 @@
-// The time that traces and the event-log limiter stamp with. The activity loop installs its clock's
-// now here, so the ring trace and the limiter follow virtual time in tests and replays.
+// The time that traces and the event-log limiter stamp with. The activity loop's stamp is the default,
+// so the ring trace and the limiter follow virtual time in tests and replays.
 #pragma once
 
 #include "kernel/Value.h"
@@ -8,8 +8,14 @@ namespace Kiv {
 
 using TimeSourceFn = Seconds (*)();
 
-// nullptr restores the default, the activity loop's clock.
+// nullptr restores the default, the activity loop's stamp.
 void timeSourceIs(TimeSourceFn fn);
-Seconds timeSourceNow();
+
+namespace detail {
+extern TimeSourceFn timeSource;
+}
+
+// Read by every trace statement, so it is one indirect call.
+inline Seconds timeSourceNow() { return detail::timeSource(); }
 
 }  // namespace Kiv
