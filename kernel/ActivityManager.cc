@@ -9,10 +9,17 @@ namespace Kiv {
 
 ActivityManager::ActivityManager() : clock_(make<Clock>()) {}
 
-ActivityManager* activityManager() {
+namespace detail {
+
+ActivityManager* processLoop = nullptr;
+
+ActivityManager* processLoopMake() {
   static ActivityManager am;
-  return &am;
+  processLoop = &am;
+  return processLoop;
 }
+
+}  // namespace detail
 
 void ActivityManager::pollerIs(Ptr<Poller> poller) {
   if (poller == poller_) return;

@@ -77,8 +77,17 @@ class ActivityManager {
   bool stopped_ = false;
 };
 
+namespace detail {
+// Set when the loop is first asked for; every trace statement and every now() reads it.
+extern ActivityManager* processLoop;
+ActivityManager* processLoopMake();
+}  // namespace detail
+
 // The process's loop.
-ActivityManager* activityManager();
+inline ActivityManager* activityManager() {
+  ActivityManager* am = detail::processLoop;
+  return am ? am : detail::processLoopMake();
+}
 
 struct ActivityManagerConfig {
   // The process loop's clock.

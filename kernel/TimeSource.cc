@@ -2,18 +2,12 @@
 // another.
 #include "kernel/TimeSource.h"
 
-#include "kernel/ActivityManager.h"
-
 namespace Kiv {
 
-namespace {
-Seconds loopStamp() { return activityManager()->stampNow(); }
-}  // namespace
-
 namespace detail {
-TimeSourceFn timeSource = &loopStamp;
+TimeSourceFn timeSource = nullptr;
 }
 
-void timeSourceIs(TimeSourceFn fn) { detail::timeSource = fn ? fn : &loopStamp; }
+void timeSourceIs(TimeSourceFn fn) { detail::timeSource = fn; }
 
 }  // namespace Kiv
