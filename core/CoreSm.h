@@ -160,7 +160,10 @@ class CoreSm : public Kiv::StateMachine {
   void intfQuerySpooferDel(Lomax::IntfId intf);
 
   // Interfaces.
-  bool enabledIntf(Lomax::IntfId intf) const { return enabledIntf_.find(intf) && *enabledIntf_.find(intf); }
+  bool enabledIntf(Lomax::IntfId intf) const {
+    const bool* on = enabledIntf_.find(intf);
+    return on && *on;
+  }
   void enabledIntfIs(Lomax::IntfId intf, bool on);
   void enabledIntfDel(Lomax::IntfId intf);
   void enabledIntfDelAll();

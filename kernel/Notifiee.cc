@@ -3,7 +3,7 @@
 
 namespace Kiv {
 
-thread_local NotifieeList::Visit* NotifieeList::activeVisits_ = nullptr;
+constinit thread_local NotifieeList::Visit* NotifieeList::activeVisits_ = nullptr;
 
 NotifieeList::~NotifieeList() {
   for (Visit* v = activeVisits_; v; v = v->outer) {

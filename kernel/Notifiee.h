@@ -51,7 +51,7 @@ class NotifieeList {
     ListedNotifiee* next;
     Visit* outer;
   };
-  static thread_local Visit* activeVisits_;
+  static constinit thread_local Visit* activeVisits_;
   ListedNotifiee* head_ = nullptr;
   friend class ListedNotifiee;
 };

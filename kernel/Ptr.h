@@ -30,14 +30,14 @@ class PtrInterface {
   void kivMarkedForDeletionIs(bool on) { flagIs(markedForDeletionFlag, on); }
 
   // Inline and small, since every Ptr copy runs them; the last reference's work is out of line.
-  void newRef() const {
+  [[gnu::always_inline]] void newRef() const {
     if (enableThreadSafePointers) [[unlikely]] {
       std::atomic_ref<uint32_t>(word_).fetch_add(1, std::memory_order_relaxed);
     } else {
       ++word_;
     }
   }
-  void deleteRef() const {
+  [[gnu::always_inline]] void deleteRef() const {
     uint32_t left;
     if (enableThreadSafePointers) [[unlikely]] {
       left = std::atomic_ref<uint32_t>(word_).fetch_sub(1, std::memory_order_acq_rel) - 1;

@@ -96,8 +96,7 @@ void Writer::formatArg(char kind) {
   *format_ += kind;
 }
 
-void Writer::string(std::string_view s) {
-  if (!room(layout::kindString, 1)) return;
+void Writer::stringCut(std::string_view s) {
   size_t space = static_cast<size_t>(end() - pos_) - 1;
   size_t n = std::min({s.size(), size_t{255}, space});
   if (n < s.size() && n == space) full_ = true;

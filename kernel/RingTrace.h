@@ -178,13 +178,41 @@ class Writer {
   void character(char c) { fixed(layout::kindChar, &c, 1); }
   void ipv4(uint32_t netOrder) { fixed(layout::kindIpv4, &netOrder, 4); }
   void eth(const uint8_t* sixBytes) { fixed(layout::kindEth, sixBytes, 6); }
-  void string(std::string_view s);
+  // Short strings (interface names) are copied inline, with no call; longer ones may be cut.
+  [[gnu::always_inline]] void string(std::string_view s) {
+    if (!room(layout::kindString, 1)) return;
+    const size_t n = s.size();
+    if (n <= shortString && static_cast<size_t>(end() - pos_) > shortString) [[likely]] {
+      *pos_++ = static_cast<uint8_t>(n);
+      copyShort(pos_, s.data(), n);
+      pos_ += n;
+      return;
+    }
+    stringCut(s);
+  }
 
  private:
   [[gnu::always_inline]] void literal(const char* s) {
     if (format_) [[unlikely]]
       literalText(s);
   }
+  static constexpr size_t shortString = 32;
+  // n <= shortString: two fixed-size copies that overlap in the middle.
+  [[gnu::always_inline]] static void copyShort(uint8_t* d, const char* s, size_t n) {
+    if (n >= 16) {
+      std::memcpy(d, s, 16);
+      std::memcpy(d + n - 16, s + n - 16, 16);
+    } else if (n >= 8) {
+      std::memcpy(d, s, 8);
+      std::memcpy(d + n - 8, s + n - 8, 8);
+    } else if (n >= 4) {
+      std::memcpy(d, s, 4);
+      std::memcpy(d + n - 4, s + n - 4, 4);
+    } else {
+      for (size_t i = 0; i < n; ++i) d[i] = static_cast<uint8_t>(s[i]);
+    }
+  }
+  void stringCut(std::string_view s);
   void literalText(const char* s);
   // Registers the site with the format built by this write, and drops the format.
   void registerSite();
