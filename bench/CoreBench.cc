@@ -40,15 +40,17 @@ constexpr Kiv::Seconds reportGap = 50e-6;
 // The loop runs (and the wheel turns) once per this many reports.
 constexpr uint32_t reportsPerTurn = 1024;
 
-// Frames as the builders make them, kept as bytes, all of one length; each is copied into a pooled
-// packet as the receive path does.
+// Frames as the builders make them, in the order in which they are fed, kept as bytes of one length
+// with the port each arrives on; each is copied into a pooled packet as the receive path does.
 struct Frames {
   std::vector<uint8_t> bytes;
+  std::vector<uint8_t> ports;
   uint16_t len = 0;
-  void add(const Kiv::Ptr<Lomax::Pkt>& p) {
+  void add(const Kiv::Ptr<Lomax::Pkt>& p, uint32_t port) {
     if (!len) len = p->len();
     KIV_ASSERT(p->len() == len);
     bytes.insert(bytes.end(), p->data(), p->data() + len);
+    ports.push_back(static_cast<uint8_t>(port));
   }
   size_t size() const { return len ? bytes.size() / len : 0; }
   Kiv::Ptr<Lomax::Pkt> pkt(size_t i) const {
@@ -77,13 +79,20 @@ Member member(uint32_t i) {
   return {g, p, IpAddr::fromHost(0x0a000000 | (p + 1) << 16 | (h + 1))};  // 10.<port>.<host>
 }
 
-Frames v2Reports(uint32_t count) {
+// The reports of memberships order(0), order(1), ... order(count - 1).
+template <class Order>
+Frames v2Reports(uint32_t count, Order order) {
   Frames f;
   for (uint32_t i = 0; i < count; ++i) {
-    const Member m = member(i);
-    f.add(host(m.reporter).igmpV2Report(v2Group(m.group)));
+    const Member m = member(order(i));
+    f.add(host(m.reporter).igmpV2Report(v2Group(m.group)), m.port);
   }
   return f;
+}
+uint32_t inOrder(uint32_t i) { return i; }
+// A walk of all n memberships in scattered order: stride by a prime that does not divide n.
+auto scattered(uint32_t n) {
+  return [n](uint32_t i) { return static_cast<uint32_t>((uint64_t(i) * 999983u) % n); };
 }
 
 // One VLAN's core with its entities, as the agent wires it.
@@ -102,10 +111,10 @@ class Vlan {
     core->initializedIs(true);
   }
   ~Vlan() { core->kivDoZombieReactors(true); }
-  void rx(uint32_t port, const Frames& f, size_t i) {
+  void rx(const Frames& f, size_t i) {
     Kiv::Ptr<Lomax::Pkt> pkt = f.pkt(i);
     pkt->beginOffsetIs(14);
-    core->doRxPkt(ports[port], std::move(pkt), flooder);
+    core->doRxPkt(ports[f.ports[i]], std::move(pkt), flooder);
   }
 
   Kiv::Ptr<IgmpContextStatus> status;
@@ -125,14 +134,12 @@ struct Scene {
   Kiv::Ptr<Bez::TimerWheel> wheel2 =
       Bez::TimerWheelIs(Kiv::ActivityManagerConfig::clock(), 100, 108200, true, 1024);
   Kiv::Seconds now() const { return Kiv::System::currentTime(); }
-  // Feeds reports [0, n) of order(i) through the vlan, letting the loop turn as time goes by.
-  template <class Order>
-  double feed(Vlan& vlan, const Frames& f, uint32_t n, Order order, uint32_t (*portOf)(uint32_t)) {
+  // Feeds the frames through the vlan, letting the loop turn as time goes by; gives nanoseconds.
+  double feed(Vlan& vlan, const Frames& f) {
     const auto t0 = std::chrono::steady_clock::now();
     Kiv::Seconds t = now();
-    for (uint32_t i = 0; i < n; ++i) {
-      const uint32_t j = order(i);
-      vlan.rx(portOf(j), f, j);
+    for (uint32_t i = 0; i < f.size(); ++i) {
+      vlan.rx(f, i);
       if (i % reportsPerTurn == reportsPerTurn - 1) {
         t += reportGap * reportsPerTurn;
         Kiv::activityManager()->advanceTo(t);
@@ -142,18 +149,11 @@ struct Scene {
   }
 };
 
-uint32_t v2Port(uint32_t i) { return member(i).port; }
-uint32_t v3Port(uint32_t h) { return h % portCount; }
-// A walk of all n memberships in scattered order: stride by a prime that does not divide n.
-auto scattered(uint32_t n) {
-  return [n](uint32_t i) { return static_cast<uint32_t>((uint64_t(i) * 999983u) % n); };
-}
-
 void expiryScenario(Scene& b) {
   Vlan vlan(20, b.wheel, b.wheel2);
-  const Frames f = v2Reports(expiring);
+  const Frames f = v2Reports(expiring, inOrder);
   // All made in one instant, so that all end in one tick.
-  for (uint32_t i = 0; i < expiring; ++i) vlan.rx(v2Port(i), f, i);
+  for (uint32_t i = 0; i < expiring; ++i) vlan.rx(f, i);
   KIV_ASSERT(vlan.status->groupSize() == groupCount);
   const Kiv::Seconds end = b.now() + vlan.status->groupMembershipInterval();
   Kiv::activityManager()->advanceTo(end - 1.0);
@@ -164,9 +164,12 @@ void expiryScenario(Scene& b) {
   Bench::result("core_expiry_ns", ns / expiring, "ns");
 }
 
-Frames v3Reports() {
+// Reports of hosts order(0), order(1), ... order(count - 1).
+template <class Order>
+Frames v3Reports(uint32_t count, Order order) {
   Frames f;
-  for (uint32_t h = 0; h < v3Hosts; ++h) {
+  for (uint32_t i = 0; i < count; ++i) {
+    const uint32_t h = order(i);
     std::vector<IpAddr> sources;
     std::vector<IgmpGroupRecord> records;
     sources.reserve(v3Records * v3Sources);
@@ -177,43 +180,44 @@ Frames v3Reports() {
       records.emplace_back(Gmp::Igmp::recordTypeModeIsInclude, v3Group(g),
                            Gmp::Igmp::SourceList(std::span(sources).subspan(r * v3Sources, v3Sources)));
     }
-    f.add(host(IpAddr::fromHost(0x0a800000 | (h + 1))).igmpV3Report(records));  // 10.128.<host>
+    f.add(host(IpAddr::fromHost(0x0a800000 | (h + 1))).igmpV3Report(records),
+          h % portCount);  // 10.128.<host>
   }
   return f;
 }
 
 void scaleScenario(Scene& b) {
-  const Frames joins = v2Reports(memberships);
-  const Frames v3 = v3Reports();
+  const Frames joins = v2Reports(memberships, inOrder);
+  const Frames refreshes = v2Reports(memberships, scattered(memberships));
+  constexpr uint32_t v3Rounds = 8;
+  const Frames v3Joins = v3Reports(v3Hosts, inOrder);
+  const Frames v3 = v3Reports(v3Hosts * v3Rounds, [](uint32_t i) { return (i * 2741u) % v3Hosts; });
   Frames query;
   query.add(host(IpAddr::fromHost(0x0a0000fe))
-                .igmpQuery(Gmp::Igmp::IgmpQuery(Gmp::Igmp::igmpVersion2, 100, IpAddr())));
+                .igmpQuery(Gmp::Igmp::IgmpQuery(Gmp::Igmp::igmpVersion2, 100, IpAddr())),
+            0);
   Vlan vlan(10, b.wheel, b.wheel2);
   // Warm the packet pool so that it is not counted as the memberships' memory.
-  vlan.rx(0, query, 0);
+  vlan.rx(query, 0);
 
   const int64_t bytes0 = Bench::liveBytes();
-  double ns = b.feed(
-      vlan, joins, memberships, [](uint32_t i) { return i; }, v2Port);
+  double ns = b.feed(vlan, joins);
   const int64_t bytes = Bench::liveBytes() - bytes0;
   KIV_ASSERT(vlan.status->groupSize() == groupCount);
   Bench::result("core_join_ns", ns / memberships, "ns");
   Bench::result("core_bytes_per_membership", double(bytes) / memberships, "B");
 
-  ns = b.feed(vlan, joins, memberships, scattered(memberships), v2Port);
+  ns = b.feed(vlan, refreshes);
   Bench::result("core_refresh_ns", ns / memberships, "ns");
 
-  b.feed(
-      vlan, v3, v3Hosts, [](uint32_t h) { return h; }, v3Port);
-  constexpr uint32_t v3Rounds = 8;
-  ns = b.feed(
-      vlan, v3, v3Hosts * v3Rounds, [](uint32_t i) { return (i * 2741u) % v3Hosts; }, v3Port);
-  Bench::result("core_v3_report_ns", ns / (v3Hosts * v3Rounds), "ns");
+  b.feed(vlan, v3Joins);
+  ns = b.feed(vlan, v3);
+  Bench::result("core_v3_report_ns", ns / v3.size(), "ns");
 
   double best = 0;
   for (int round = 0; round < 2; ++round) {
     const auto t0 = std::chrono::steady_clock::now();
-    vlan.rx(0, query, 0);
+    vlan.rx(query, 0);
     ns = std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - t0).count();
     best = round ? std::min(best, ns) : ns;
   }
@@ -237,19 +241,17 @@ void BM_CoreAtScale(benchmark::State& state) {
 
 // The callgrind mode: a smaller warm population, then n refreshes in scattered order. The refreshes
 // run in a function of their own, for callgrind's --toggle-collect.
-[[gnu::noinline]] void refreshes(Scene& b, Vlan& vlan, const Frames& joins, uint32_t n) {
-  b.feed(vlan, joins, n, scattered(static_cast<uint32_t>(joins.size())), v2Port);
-}
+[[gnu::noinline]] void refreshes(Scene& b, Vlan& vlan, const Frames& frames) { b.feed(vlan, frames); }
 
 void BM_CoreRefreshOnly(benchmark::State& state, uint32_t n) {
   constexpr uint32_t population = 65536;
   for (auto _ : state) {
     Scene b;
-    const Frames joins = v2Reports(population);
+    const Frames joins = v2Reports(population, inOrder);
+    const Frames frames = v2Reports(n, [](uint32_t i) { return scattered(population)(i % population); });
     Vlan vlan(10, b.wheel, b.wheel2);
-    b.feed(
-        vlan, joins, population, [](uint32_t i) { return i; }, v2Port);
-    refreshes(b, vlan, joins, n);
+    b.feed(vlan, joins);
+    refreshes(b, vlan, frames);
   }
 }
 
