@@ -204,8 +204,14 @@ CoreSm::GroupAddressFloodTypePair CoreSm::doIgmpMembershipQueryProcess(const Gmp
       Kiv::Ptr<IgmpIntfStatus> is = ii.currNodeNonStale();
       if (!is) continue;
       for (auto mi = is->membershipIter().begin(); mi; ++mi) {
-        Kiv::Ptr<IgmpMembership> m = mi.currNodeNonStale();
-        if (!m) continue;
+        // A million of these: the iterator's own hold keeps the membership, so no reference is
+        // taken unless the map changed under the iterator (then it may be gone).
+        if (mi.currNodeMaybeStale() && !mi.currNodeNonStale()) continue;
+        IgmpMembership* m = mi.ptr();
+        if (!m->sourceSize()) {
+          if (m->filterMode() == filterModeInclude) doIgmpGroupNoInfoMembership(gi.key(), is, m);
+          continue;
+        }
         for (auto si = m->sourceIter().begin(); si; ++si) {
           Kiv::Ptr<IgmpSourceMembership> s = si.currNodeNonStale();
           if (!s) continue;

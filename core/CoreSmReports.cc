@@ -119,12 +119,10 @@ bool CoreSm::doIgmpMembershipReportProcess(const IgmpGroupRecord& record, IntfId
     return true;
   }
 
+  // All three exist: groupIs, intfIs and membershipIs would only find them again.
   KIV_TRACE(coreTrace, 9, "Have info about group");
-  igmpGroup = status_->groupIs(group);
   KIV_TRACE(coreTrace, 9, "Info about intf: " << intf);
-  intfStatus = igmpGroup->intfIs(intf);
   KIV_TRACE(coreTrace, 9, "Info about membership: " << reporter);
-  membership = intfStatus->membershipIs(reporter);
   membership->igmpVersionIs(version);
   if (intfStatus->oldIntfSize()) removeOldIntfInfo(intfStatus, reporter);
 
@@ -318,10 +316,12 @@ void CoreSm::doIgmpGroupNoInfo(IpAddr group, IntfId intf, IpAddr reporter) {
 bool CoreSm::checkReportPermittedByFilterProfile(IpAddr group, IntfId intf) const {
   KIV_TRACE(coreTrace, 8,
             "bool CoreSm::checkReportPermittedByFilterProfile for " << intf << "with group " << group);
-  auto protocolConfig =
-      contextConfig_ ? dynamic_cast<const IgmpProtocolConfig*>(contextConfig_->parent()) : nullptr;
-  Kiv::Ptr<IntfConfig const> ic = protocolConfig ? protocolConfig->intfConfig(intf) : nullptr;
-  if (!ic || !profileConfig_) return true;
+  if (!profileConfig_ || !contextConfig_) return true;
+  // Asked of every report: the parent's type is told by its type table, without a dynamic_cast.
+  const Kiv::Entity* parent = contextConfig_->parent();
+  if (!parent || &parent->typeInfo() != &IgmpProtocolConfig::kivTypeInfo()) return true;
+  Kiv::Ptr<IntfConfig const> ic = static_cast<const IgmpProtocolConfig*>(parent)->intfConfig(intf);
+  if (!ic) return true;
   Kiv::Ptr<IgmpProfile::Profile const> profile = profileConfig_->profile(ic->profileName());
   if (!profile) return true;
   return profile->permits(group);

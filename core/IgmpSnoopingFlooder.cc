@@ -1,7 +1,25 @@
 // Flood requests and the base flooder.
 #include "core/IgmpSnoopingFlooder.h"
 
+#include "kernel/BlockPool.h"
+
 namespace Bridging::IgmpSnooping {
+
+namespace {
+// Never destroyed: requests may still be released by static destructors elsewhere.
+Kiv::BlockPool& floodReqPool() {
+  static Kiv::BlockPool* pool = new Kiv::BlockPool(sizeof(IgmpSnoopingFloodReq), 1024);
+  return *pool;
+}
+}  // namespace
+
+void* IgmpSnoopingFloodReq::operator new(size_t size) {
+  return size == sizeof(IgmpSnoopingFloodReq) ? floodReqPool().blockNew() : ::operator new(size);
+}
+
+void IgmpSnoopingFloodReq::operator delete(void* p, size_t size) {
+  size == sizeof(IgmpSnoopingFloodReq) ? floodReqPool().blockDel(p) : ::operator delete(p);
+}
 
 IgmpSnoopingFloodReq::IgmpSnoopingFloodReq(IgmpSnoopingFloodType floodType, Lomax::IntfId incomingIntfId,
                                            Lomax::IntfId outgoingIntfId, Kiv::Ptr<Lomax::Pkt> orig,

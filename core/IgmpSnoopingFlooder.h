@@ -30,6 +30,10 @@ class IgmpSnoopingFloodReq : public Kiv::PtrInterface {
   bool needsPreProcess() const { return needsPreProcess_; }
   void needsPreProcessIs(bool on) { needsPreProcess_ = on; }
 
+  // One is made for every packet that travels on: they come from a pool.
+  static void* operator new(size_t size);
+  static void operator delete(void* p, size_t size);
+
  private:
   IgmpSnoopingFloodType floodType_;
   Lomax::IntfId incomingIntfId_;

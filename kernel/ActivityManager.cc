@@ -9,10 +9,17 @@ namespace Kiv {
 
 ActivityManager::ActivityManager() : clock_(make<Clock>()) {}
 
-ActivityManager* activityManager() {
+namespace detail {
+
+ActivityManager* processLoop = nullptr;
+
+ActivityManager* processLoopMake() {
   static ActivityManager am;
-  return &am;
+  processLoop = &am;
+  return processLoop;
 }
+
+}  // namespace detail
 
 void ActivityManager::pollerIs(Ptr<Poller> poller) {
   if (poller == poller_) return;
@@ -73,14 +80,29 @@ void ActivityManager::dispatch(const std::vector<Poller::Ready>& ready) {
   readyScratch_.swap(batch);
 }
 
+void ActivityManager::stampIs() {
+  stamping_ = !clock_->isVirtual();
+  if (stamping_) stamp_ = Clock::systemNow();
+}
+
 void ActivityManager::runOnce() {
+  // A turn run from inside a handler leaves the outer turn's stamping as it found it.
+  struct Restore {
+    ActivityManager* am;
+    bool stamping;
+    ~Restore() { am->stamping_ = stamping; }
+  } restore{this, stamping_};
+  stampIs();
   runDeferred();
   if (poller_) {
     Seconds timeout = 0;
     if (!clock_->isVirtual() && deferred_.empty())
       timeout = std::max(0.0, clock_->nextTime() - clock_->now());
-    dispatch(poller_->wait(timeout));
+    const std::vector<Poller::Ready>& ready = poller_->wait(timeout);
+    stampIs();
+    dispatch(ready);
   }
+  stampIs();
   clock_->doFireDue();
 }
 

@@ -20,7 +20,7 @@ class ActivityManager {
   ActivityManager(const ActivityManager&) = delete;
   ActivityManager& operator=(const ActivityManager&) = delete;
 
-  Ptr<Clock> clock() const { return clock_; }
+  const Ptr<Clock>& clock() const { return clock_; }
 
   Ptr<Poller> poller() const { return poller_; }
   // Fds registered so far move to the new poller.
@@ -38,6 +38,11 @@ class ActivityManager {
   // Turns until stop() is called from a handler.
   void run();
   void stop() { stopped_ = true; }
+
+  // The time that traces, the ring trace and the log limiter stamp with. Under the system clock a
+  // turn reads the clock once per phase (deferred work, fd handlers, timers) instead of once per
+  // trace statement; outside a turn, and under virtual time, it is the clock's now.
+  Seconds stampNow() const { return stamping_ ? stamp_ : clock_->now(); }
 
   bool isVirtualTime() const { return clock_->isVirtual(); }
   void virtualTimeIs(Seconds start) { clock_->virtualTimeIs(start); }
@@ -58,6 +63,7 @@ class ActivityManager {
     uint64_t generation;
   };
   void runDeferred();
+  void stampIs();
   void dispatch(const std::vector<Poller::Ready>& ready);
 
   Ptr<Clock> clock_;
@@ -66,11 +72,22 @@ class ActivityManager {
   std::vector<std::function<void()>> deferred_;
   std::vector<std::pair<Poller::Ready, uint64_t>> readyScratch_;
   uint64_t fdGeneration_ = 0;
+  Seconds stamp_ = 0;
+  bool stamping_ = false;
   bool stopped_ = false;
 };
 
+namespace detail {
+// Set when the loop is first asked for; every trace statement and every now() reads it.
+extern ActivityManager* processLoop;
+ActivityManager* processLoopMake();
+}  // namespace detail
+
 // The process's loop.
-ActivityManager* activityManager();
+inline ActivityManager* activityManager() {
+  ActivityManager* am = detail::processLoop;
+  return am ? am : detail::processLoopMake();
+}
 
 struct ActivityManagerConfig {
   // The process loop's clock.

@@ -41,8 +41,7 @@ void Clock::NotifieeConst::disarm() {
   armed_ = false;
 }
 
-Seconds Clock::now() const {
-  if (virtual_) return virtualNow_;
+Seconds Clock::systemNow() {
   return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 

@@ -48,7 +48,7 @@ class Clock : public PtrInterface {
   Clock& operator=(const Clock&) = delete;
 
   // Seconds since the epoch: the system clock, or the virtual time that tests and replay set by hand.
-  Seconds now() const;
+  Seconds now() const { return virtual_ ? virtualNow_ : systemNow(); }
   bool isVirtual() const { return virtual_; }
   void virtualTimeIs(Seconds t) { virtual_ = true, virtualNow_ = t; }
   void systemTimeIs() { virtual_ = false; }
@@ -59,6 +59,8 @@ class Clock : public PtrInterface {
   void doFireDue();
   // Fires the earliest pending wake-up alone, whatever its time; a virtual loop steps with it.
   void doFireNext();
+
+  static Seconds systemNow();
 
  private:
   void fire(NotifieeConst* n);

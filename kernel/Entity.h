@@ -70,15 +70,16 @@ class Entity : public PtrInterface {
   void kivNotify(uint16_t id, const void* key) const;
 
  private:
+  // First, so that it fills the padding behind the reference count.
+  uint16_t parentAttrId_ = 0;
   Entity* parent_ = nullptr;
   mutable NotifieeList notifiees_;
-  uint16_t parentAttrId_ = 0;
 };
 
 // A notifiee of some entity type: the generated NotifieeConst of each type derives from this.
-class EntityNotifieeBase : public NotifieeBase {
+class EntityNotifieeBase : public ListedNotifiee {
  public:
-  using NotifieeBase::NotifieeBase;
+  using ListedNotifiee::ListedNotifiee;
   // Dispatches a change to the typed stub; a generic observer may override it directly.
   virtual void kivOnAttr(uint16_t id, const void* key) = 0;
   // Runs every keyless stub in declared order, as if everything had just changed.
@@ -106,7 +107,7 @@ class EntityNotifiee : public EntityNotifieeBase {
 inline void Entity::kivNotify(uint16_t id, const void* key) const {
   if (notifiees_.empty() || !hasNotificationActive()) return;
   Ptr<Entity const> hold(references() ? this : nullptr);
-  notifiees_.visit([&](NotifieeBase* n) { static_cast<EntityNotifieeBase*>(n)->kivOnAttr(id, key); });
+  notifiees_.visit([&](ListedNotifiee* n) { static_cast<EntityNotifieeBase*>(n)->kivOnAttr(id, key); });
 }
 
 // An entity with a name of its own (directories, singletons, configuration roots).

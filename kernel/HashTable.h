@@ -8,8 +8,6 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
-#include <new>
 
 #include "kernel/Value.h"
 
@@ -32,7 +30,7 @@ class HashTable {
   HashTable& operator=(const HashTable&) = delete;
   ~HashTable() {
     clear();
-    if (log2_) std::free(many_);
+    if (log2_) delete[] many_;
   }
 
   size_t size() const { return size_; }
@@ -131,8 +129,7 @@ class HashTable {
   void grow() {
     uint8_t newLog2 = log2_ + 1;
     size_t nb = size_t(1) << newLog2;
-    auto fresh = static_cast<Node**>(std::calloc(nb, sizeof(Node*)));
-    if (!fresh) throw std::bad_alloc();
+    Node** fresh = new Node*[nb]();
     // Walking in order and appending keeps every chain sorted.
     Node** last = nullptr;
     size_t lastIdx = nb;
@@ -145,7 +142,7 @@ class HashTable {
       last = &n->kivNext;
       n = following;
     }
-    if (log2_) std::free(many_);
+    if (log2_) delete[] many_;
     many_ = fresh;
     log2_ = newLog2;
   }

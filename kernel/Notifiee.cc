@@ -3,14 +3,14 @@
 
 namespace Kiv {
 
-thread_local NotifieeList::Visit* NotifieeList::activeVisits_ = nullptr;
+constinit thread_local NotifieeList::Visit* NotifieeList::activeVisits_ = nullptr;
 
 NotifieeList::~NotifieeList() {
   for (Visit* v = activeVisits_; v; v = v->outer) {
     if (v->list == this) v->list = nullptr;
   }
-  for (NotifieeBase* n = head_; n;) {
-    NotifieeBase* next = n->next_;
+  for (ListedNotifiee* n = head_; n;) {
+    ListedNotifiee* next = n->next_;
     n->listGone();
     n = next;
   }
@@ -18,15 +18,15 @@ NotifieeList::~NotifieeList() {
 
 // Appends: members are called in the order they joined. Lists are short, so the walk is cheap, and
 // it saves a tail pointer in every entity.
-void NotifieeList::add(NotifieeBase* n) {
-  NotifieeBase* last = head_;
+void NotifieeList::add(ListedNotifiee* n) {
+  ListedNotifiee* last = head_;
   while (last && last->next_) last = last->next_;
   n->prev_ = last;
   n->next_ = nullptr;
   (last ? last->next_ : head_) = n;
 }
 
-void NotifieeList::remove(NotifieeBase* n) {
+void NotifieeList::remove(ListedNotifiee* n) {
   for (Visit* v = activeVisits_; v; v = v->outer) {
     if (v->next == n) v->next = n->next_;
   }

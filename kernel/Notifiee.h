@@ -1,14 +1,15 @@
 // The base of every reactor, and the notifiee list that an entity keeps of its reactors.
 // A reactor follows an owner: itself when it stands alone, its state machine when it is one of the
 // machine's nested reactors. The owner's marked-for-deletion flag makes the reactor a zombie, and the
-// owner is kept alive while one of its reactors is being called.
+// owner is kept alive while one of its reactors is being called. Only entity reactors join lists
+// (ListedNotifiee); timer reactors keep their own links, so the base carries no list fields.
 #pragma once
 
 #include "kernel/Ptr.h"
 
 namespace Kiv {
 
-class NotifieeBase;
+class ListedNotifiee;
 
 // Holds an object across a call that may drop its last other reference. An object still under
 // construction (no reference yet) is left alone, or the hold would destroy it.
@@ -37,8 +38,8 @@ class NotifieeList {
   ~NotifieeList();
 
   bool empty() const { return head_ == nullptr; }
-  void add(NotifieeBase* n);
-  void remove(NotifieeBase* n);
+  void add(ListedNotifiee* n);
+  void remove(ListedNotifiee* n);
 
   // Calls fn(n) for each member that is not a zombie, holding its owner meanwhile.
   template <class Fn>
@@ -47,12 +48,12 @@ class NotifieeList {
  private:
   struct Visit {
     NotifieeList* list;
-    NotifieeBase* next;
+    ListedNotifiee* next;
     Visit* outer;
   };
-  static thread_local Visit* activeVisits_;
-  NotifieeBase* head_ = nullptr;
-  friend class NotifieeBase;
+  static constinit thread_local Visit* activeVisits_;
+  ListedNotifiee* head_ = nullptr;
+  friend class ListedNotifiee;
 };
 
 class NotifieeBase : public PtrInterface {
@@ -60,11 +61,26 @@ class NotifieeBase : public PtrInterface {
   explicit NotifieeBase(PtrInterface* owner = nullptr) : owner_(owner ? owner : this) {}
   NotifieeBase(const NotifieeBase&) = delete;
   NotifieeBase& operator=(const NotifieeBase&) = delete;
-  ~NotifieeBase() override { detach(); }
 
   PtrInterface* kivOwner() const { return owner_; }
   bool kivIsZombie() const { return owner_->kivMarkedForDeletion(); }
   bool isRegisteredNotifiee() const { return registered_; }
+
+ protected:
+  void registeredIs(bool on) { registered_ = on; }
+
+ private:
+  // First, so that it fills the padding behind the reference count: there is one of these in every
+  // membership's machine, twice.
+  bool registered_ = true;
+  PtrInterface* owner_;
+};
+
+// A notifiee that joins the NotifieeList of the object it watches.
+class ListedNotifiee : public NotifieeBase {
+ public:
+  using NotifieeBase::NotifieeBase;
+  ~ListedNotifiee() override { detach(); }
 
  protected:
   // The list of the watched object, or null; set by the typed notifierIs of each notifiee kind.
@@ -72,11 +88,11 @@ class NotifieeBase : public PtrInterface {
     if (list == list_) return;
     detach();
     list_ = list;
-    if (list_ && registered_) list_->add(this);
+    if (list_ && isRegisteredNotifiee()) list_->add(this);
   }
   void registeredIs(bool on) {
-    if (on == registered_) return;
-    registered_ = on;
+    if (on == isRegisteredNotifiee()) return;
+    NotifieeBase::registeredIs(on);
     if (!list_) return;
     on ? list_->add(this) : list_->remove(this);
   }
@@ -85,14 +101,12 @@ class NotifieeBase : public PtrInterface {
 
  private:
   void detach() {
-    if (list_ && registered_) list_->remove(this);
+    if (list_ && isRegisteredNotifiee()) list_->remove(this);
     list_ = nullptr;
   }
-  PtrInterface* owner_;
   NotifieeList* list_ = nullptr;
-  NotifieeBase* prev_ = nullptr;
-  NotifieeBase* next_ = nullptr;
-  bool registered_ = true;
+  ListedNotifiee* prev_ = nullptr;
+  ListedNotifiee* next_ = nullptr;
   friend class NotifieeList;
 };
 
@@ -105,10 +119,10 @@ void NotifieeList::visit(Fn&& fn) {
     ~Pop() { activeVisits_ = v->outer; }
   } pop{&v};
   while (v.list && v.next) {
-    NotifieeBase* n = v.next;
+    ListedNotifiee* n = v.next;
     v.next = n->next_;
     if (n->kivIsZombie()) continue;
-    KeepAlive hold(n->owner_);
+    KeepAlive hold(n->kivOwner());
     fn(n);
   }
 }

@@ -29,21 +29,23 @@ class PtrInterface {
   bool kivMarkedForDeletion() const { return word_ & markedForDeletionFlag; }
   void kivMarkedForDeletionIs(bool on) { flagIs(markedForDeletionFlag, on); }
 
-  void newRef() const {
-    if (enableThreadSafePointers) {
+  // Inline and small, since every Ptr copy runs them; the last reference's work is out of line.
+  [[gnu::always_inline]] void newRef() const {
+    if (enableThreadSafePointers) [[unlikely]] {
       std::atomic_ref<uint32_t>(word_).fetch_add(1, std::memory_order_relaxed);
     } else {
       ++word_;
     }
   }
-  void deleteRef() const {
+  [[gnu::always_inline]] void deleteRef() const {
     uint32_t left;
-    if (enableThreadSafePointers) {
+    if (enableThreadSafePointers) [[unlikely]] {
       left = std::atomic_ref<uint32_t>(word_).fetch_sub(1, std::memory_order_acq_rel) - 1;
     } else {
       left = --word_;
     }
-    if ((left & countMask) == 0) const_cast<PtrInterface*>(this)->handleZeroRef();
+    if ((left & countMask) == 0) [[unlikely]]
+      const_cast<PtrInterface*>(this)->handleZeroRef();
   }
 
  protected:
@@ -51,7 +53,7 @@ class PtrInterface {
   virtual void onZeroReferences() {}
 
  private:
-  void handleZeroRef() {
+  [[gnu::noinline]] void handleZeroRef() {
     onZeroReferences();
     delete this;
   }

@@ -4,8 +4,7 @@
 #include <algorithm>
 #include <atomic>
 #include <streambuf>
-
-#include "kernel/TimeSource.h"
+#include <utility>
 
 namespace Vellum {
 
@@ -17,10 +16,6 @@ uint64_t nextGeneration = 0;
 
 uint32_t slotsFor(const std::vector<uint32_t>& sizesKiB, uint32_t level) {
   return level < sizesKiB.size() ? sizesKiB[level] * 1024 / layout::slotBytes : 0;
-}
-
-void storeSeq(uint8_t* at, uint64_t seq, std::memory_order order) {
-  std::atomic_ref<uint64_t>(*reinterpret_cast<uint64_t*>(at)).store(seq, order);
 }
 
 }  // namespace
@@ -80,75 +75,29 @@ uint32_t RingTrace::registerSite(const char* file, int line, std::string_view fo
   return static_cast<uint32_t>(used + 1);
 }
 
-RingTrace::Slot RingTrace::startMsg(int level) {
-  Level& l = levels_[level];
-  uint8_t* slot = scratch_;
-  if (l.slots) {
-    slot = l.base + size_t{l.next} * layout::slotBytes;
-    l.next = l.next + 1 == l.slots ? 0 : l.next + 1;
-  }
-  storeSeq(slot + layout::trailerOffset, 0, std::memory_order_relaxed);
-  std::atomic_thread_fence(std::memory_order_release);
-  layout::SlotHeader head{};
-  head.time = Kiv::timeSourceNow();
-  head.level = static_cast<uint8_t>(level);
-  std::memcpy(slot + offsetof(layout::SlotHeader, time), &head.time, sizeof head.time);
-  slot[offsetof(layout::SlotHeader, level)] = head.level;
-  return Slot{slot, ++seq_};
-}
-
-void RingTrace::endMsg(Slot slot, uint32_t site, size_t payloadBytes, uint8_t flags) {
-  if (slot.bytes == scratch_ || site == 0) return;
-  uint16_t payload = static_cast<uint16_t>(payloadBytes);
-  std::memcpy(slot.bytes + offsetof(layout::SlotHeader, site), &site, sizeof site);
-  slot.bytes[offsetof(layout::SlotHeader, flags)] = flags;
-  std::memcpy(slot.bytes + offsetof(layout::SlotHeader, payloadBytes), &payload, sizeof payload);
-  storeSeq(slot.bytes + layout::trailerOffset, slot.seq, std::memory_order_release);
-  storeSeq(slot.bytes, slot.seq, std::memory_order_release);
-}
-
 RingTrace* initialize_handle(const std::string& name, const std::vector<uint32_t>& sizesKiB) {
   std::unique_ptr<RingStorage> storage = ringStorageFactory().storage(name, RingTrace::bytesFor(sizesKiB));
   if (!storage || storage->size() < RingTrace::bytesFor(sizesKiB)) return nullptr;
   return new RingTrace(std::move(storage), name, sizesKiB);
 }
 
-Writer::Writer(RingTrace& ring, MsgDesc& desc, int level)
-    : ring_(ring),
-      desc_(desc),
-      slot_(ring.startMsg(std::clamp(level, 0, static_cast<int>(layout::levels) - 1))),
-      pos_(slot_.bytes + layout::payloadOffset),
-      end_(slot_.bytes + layout::trailerOffset),
-      registering_(desc.generation != ring.generation()) {}
-
-Writer::~Writer() {
-  if (registering_) {
-    desc_.id = ring_.registerSite(desc_.file, desc_.line, format_);
-    desc_.generation = ring_.generation();
-  }
-  ring_.endMsg(slot_, desc_.id, pos_ - (slot_.bytes + layout::payloadOffset),
-               full_ ? layout::slotTruncated : 0);
+void Writer::registerSite() {
+  std::unique_ptr<std::string> format(std::exchange(format_, nullptr));
+  desc_.id = ring_.registerSite(desc_.file, desc_.line, *format);
+  desc_.generation = ring_.generation();
 }
 
 void Writer::literalText(const char* s) {
-  for (; *s; ++s) format_ += *s == layout::argMark ? '?' : *s;
+  for (; *s; ++s) *format_ += *s == layout::argMark ? '?' : *s;
 }
 
-bool Writer::room(char kind, size_t n) {
-  if (registering_) {
-    format_ += layout::argMark;
-    format_ += kind;
-  }
-  if (full_ || static_cast<size_t>(end_ - pos_) < n) {
-    full_ = true;
-    return false;
-  }
-  return true;
+void Writer::formatArg(char kind) {
+  *format_ += layout::argMark;
+  *format_ += kind;
 }
 
-void Writer::string(std::string_view s) {
-  if (!room(layout::kindString, 1)) return;
-  size_t space = static_cast<size_t>(end_ - pos_) - 1;
+void Writer::stringCut(std::string_view s) {
+  size_t space = static_cast<size_t>(end() - pos_) - 1;
   size_t n = std::min({s.size(), size_t{255}, space});
   if (n < s.size() && n == space) full_ = true;
   *pos_++ = static_cast<uint8_t>(n);

@@ -3,6 +3,8 @@
 // arguments in binary. Formatting happens only when the file is decoded (RingDecoder).
 #pragma once
 
+#include <algorithm>
+#include <atomic>
 #include <concepts>
 #include <cstdint>
 #include <cstring>
@@ -16,6 +18,7 @@
 #include "kernel/RingLayout.h"
 #include "kernel/RingStorage.h"
 #include "kernel/String.h"
+#include "kernel/TimeSource.h"
 
 namespace Vellum {
 
@@ -40,9 +43,31 @@ class RingTrace {
   uint32_t registerSite(const char* file, int line, std::string_view format);
 
   // Claims the oldest slot of the level and stamps it. A level without slots gets a scratch slot
-  // that endMsg leaves uncommitted.
-  Slot startMsg(int level);
-  void endMsg(Slot slot, uint32_t site, size_t payloadBytes, uint8_t flags);
+  // that endMsg leaves uncommitted. Both run for every trace statement, so they are inline.
+  [[gnu::always_inline]] Slot startMsg(int level) {
+    Level& l = levels_[level];
+    uint8_t* slot = scratch_;
+    if (l.slots) [[likely]] {
+      slot = l.base + size_t{l.next} * layout::slotBytes;
+      l.next = l.next + 1 == l.slots ? 0 : l.next + 1;
+    }
+    storeSeq(slot + layout::trailerOffset, 0, std::memory_order_relaxed);
+    std::atomic_thread_fence(std::memory_order_release);
+    const double time = Kiv::timeSourceNow();
+    std::memcpy(slot + offsetof(layout::SlotHeader, time), &time, sizeof time);
+    slot[offsetof(layout::SlotHeader, level)] = static_cast<uint8_t>(level);
+    return Slot{slot, ++seq_};
+  }
+  [[gnu::always_inline]] void endMsg(Slot slot, uint32_t site, size_t payloadBytes, uint8_t flags) {
+    if (slot.bytes == scratch_ || site == 0) [[unlikely]]
+      return;
+    const uint16_t payload = static_cast<uint16_t>(payloadBytes);
+    std::memcpy(slot.bytes + offsetof(layout::SlotHeader, site), &site, sizeof site);
+    slot.bytes[offsetof(layout::SlotHeader, flags)] = flags;
+    std::memcpy(slot.bytes + offsetof(layout::SlotHeader, payloadBytes), &payload, sizeof payload);
+    storeSeq(slot.bytes + layout::trailerOffset, slot.seq, std::memory_order_release);
+    storeSeq(slot.bytes, slot.seq, std::memory_order_release);
+  }
 
   const uint8_t* bytes() const { return storage_->bytes(); }
   size_t size() const { return storage_->size(); }
@@ -54,6 +79,9 @@ class RingTrace {
     uint32_t next = 0;
   };
   layout::FileHeader& header() { return *reinterpret_cast<layout::FileHeader*>(storage_->bytes()); }
+  static void storeSeq(uint8_t* at, uint64_t seq, std::memory_order order) {
+    std::atomic_ref<uint64_t>(*reinterpret_cast<uint64_t*>(at)).store(seq, order);
+  }
 
   std::unique_ptr<RingStorage> storage_;
   uint64_t generation_;
@@ -116,10 +144,24 @@ void ringArg(Writer& w, Ipv4 a);
 
 // Writes one message into the ring; the slot is committed when the writer goes.
 // String literals (const char[N]) are part of the format; every other value is an argument.
+// Only a site's first write with a ring builds its format (in format_, null otherwise); later writes
+// claim a slot and copy arguments, inline at the statement, and do no more.
 class Writer {
  public:
-  Writer(RingTrace& ring, MsgDesc& desc, int level);
-  ~Writer();
+  [[gnu::always_inline]] Writer(RingTrace& ring, MsgDesc& desc, int level)
+      : ring_(ring),
+        desc_(desc),
+        slot_(ring.startMsg(std::clamp(level, 0, static_cast<int>(layout::levels) - 1))),
+        pos_(slot_.bytes + layout::payloadOffset) {
+    if (desc.generation != ring.generation()) [[unlikely]]
+      format_ = new std::string;
+  }
+  [[gnu::always_inline]] ~Writer() {
+    if (format_) [[unlikely]]
+      registerSite();
+    ring_.endMsg(slot_, desc_.id, pos_ - (slot_.bytes + layout::payloadOffset),
+                 full_ ? layout::slotTruncated : 0);
+  }
   Writer(const Writer&) = delete;
   Writer& operator=(const Writer&) = delete;
 
@@ -136,15 +178,56 @@ class Writer {
   void character(char c) { fixed(layout::kindChar, &c, 1); }
   void ipv4(uint32_t netOrder) { fixed(layout::kindIpv4, &netOrder, 4); }
   void eth(const uint8_t* sixBytes) { fixed(layout::kindEth, sixBytes, 6); }
-  void string(std::string_view s);
+  // Short strings (interface names) are copied inline, with no call; longer ones may be cut.
+  [[gnu::always_inline]] void string(std::string_view s) {
+    if (!room(layout::kindString, 1)) return;
+    const size_t n = s.size();
+    if (n <= shortString && static_cast<size_t>(end() - pos_) > shortString) [[likely]] {
+      *pos_++ = static_cast<uint8_t>(n);
+      copyShort(pos_, s.data(), n);
+      pos_ += n;
+      return;
+    }
+    stringCut(s);
+  }
 
  private:
-  void literal(const char* s) {
-    if (registering_) literalText(s);
+  [[gnu::always_inline]] void literal(const char* s) {
+    if (format_) [[unlikely]]
+      literalText(s);
   }
+  static constexpr size_t shortString = 32;
+  // n <= shortString: two fixed-size copies that overlap in the middle.
+  [[gnu::always_inline]] static void copyShort(uint8_t* d, const char* s, size_t n) {
+    if (n >= 16) {
+      std::memcpy(d, s, 16);
+      std::memcpy(d + n - 16, s + n - 16, 16);
+    } else if (n >= 8) {
+      std::memcpy(d, s, 8);
+      std::memcpy(d + n - 8, s + n - 8, 8);
+    } else if (n >= 4) {
+      std::memcpy(d, s, 4);
+      std::memcpy(d + n - 4, s + n - 4, 4);
+    } else {
+      for (size_t i = 0; i < n; ++i) d[i] = static_cast<uint8_t>(s[i]);
+    }
+  }
+  void stringCut(std::string_view s);
   void literalText(const char* s);
-  bool room(char kind, size_t n);
-  void fixed(char kind, const void* p, size_t n) {
+  // Registers the site with the format built by this write, and drops the format.
+  void registerSite();
+  void formatArg(char kind);
+  uint8_t* end() const { return slot_.bytes + layout::trailerOffset; }
+  [[gnu::always_inline]] bool room(char kind, size_t n) {
+    if (format_) [[unlikely]]
+      formatArg(kind);
+    if (full_ || static_cast<size_t>(end() - pos_) < n) [[unlikely]] {
+      full_ = true;
+      return false;
+    }
+    return true;
+  }
+  [[gnu::always_inline]] void fixed(char kind, const void* p, size_t n) {
     if (room(kind, n)) {
       std::memcpy(pos_, p, n);
       pos_ += n;
@@ -155,10 +238,8 @@ class Writer {
   MsgDesc& desc_;
   RingTrace::Slot slot_;
   uint8_t* pos_;
-  uint8_t* end_;
-  bool registering_;
+  std::string* format_ = nullptr;
   bool full_ = false;
-  std::string format_;  // built on a site's first write only
 };
 
 template <class T>

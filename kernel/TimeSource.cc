@@ -1,18 +1,13 @@
-// The settable time source: the activity loop's clock (system or virtual time) unless a test installs
+// The settable time source: the activity loop's stamp (system or virtual time) unless a test installs
 // another.
 #include "kernel/TimeSource.h"
 
-#include "kernel/ActivityManager.h"
-
 namespace Kiv {
 
-namespace {
-Seconds loopNow() { return System::currentTime(); }
-TimeSourceFn timeSource = &loopNow;
-}  // namespace
+namespace detail {
+TimeSourceFn timeSource = nullptr;
+}
 
-void timeSourceIs(TimeSourceFn fn) { timeSource = fn ? fn : &loopNow; }
-
-Seconds timeSourceNow() { return timeSource(); }
+void timeSourceIs(TimeSourceFn fn) { detail::timeSource = fn; }
 
 }  // namespace Kiv

@@ -1,15 +1,25 @@
-// The time that traces and the event-log limiter stamp with. The activity loop installs its clock's
-// now here, so the ring trace and the limiter follow virtual time in tests and replays.
+// The time that traces and the event-log limiter stamp with. The activity loop's stamp is the default,
+// so the ring trace and the limiter follow virtual time in tests and replays.
 #pragma once
 
+#include "kernel/ActivityManager.h"
 #include "kernel/Value.h"
 
 namespace Kiv {
 
 using TimeSourceFn = Seconds (*)();
 
-// nullptr restores the default, the activity loop's clock.
+// nullptr restores the default, the activity loop's stamp.
 void timeSourceIs(TimeSourceFn fn);
-Seconds timeSourceNow();
+
+namespace detail {
+// Null while the loop's stamp is the source.
+extern TimeSourceFn timeSource;
+}  // namespace detail
+
+// Read by every trace statement: with the default source, a few loads and no call.
+inline Seconds timeSourceNow() {
+  return detail::timeSource ? detail::timeSource() : activityManager()->stampNow();
+}
 
 }  // namespace Kiv

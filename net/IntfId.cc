@@ -9,6 +9,7 @@
 #include <unordered_map>
 
 #include "kernel/Exception.h"
+#include "kernel/RingTrace.h"
 
 namespace Lomax {
 
@@ -151,6 +152,8 @@ IntfId cpuIntfId() {
 }
 
 std::ostream& operator<<(std::ostream& os, IntfId id) { return os << id.stringValue(); }
+
+void ringArg(Vellum::Writer& w, IntfId id) { w.string(id.stringValue().view()); }
 
 namespace {
 

@@ -11,6 +11,10 @@
 #include "kernel/String.h"
 #include "kernel/Value.h"
 
+namespace Vellum {
+class Writer;
+}
+
 namespace Lomax {
 
 class IntfId {
@@ -78,6 +82,8 @@ class GenericIntfId {
 inline bool IntfId::operator<(const IntfId& o) const { return GenericIntfId(*this) < GenericIntfId(o); }
 
 std::ostream& operator<<(std::ostream& os, IntfId id);
+// The ring trace takes the interned name as it is, with no formatting.
+void ringArg(Vellum::Writer& w, IntfId id);
 
 }  // namespace Lomax
 

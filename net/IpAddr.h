@@ -11,6 +11,10 @@
 #include "kernel/String.h"
 #include "kernel/Value.h"
 
+namespace Vellum {
+class Writer;
+}
+
 namespace Lomax {
 
 class IpAddr {
@@ -57,6 +61,8 @@ class IpAddr {
 };
 
 std::ostream& operator<<(std::ostream& os, IpAddr a);
+// The ring trace stores an address as its four bytes; text is made only when the ring is decoded.
+void ringArg(Vellum::Writer& w, IpAddr a);
 
 }  // namespace Lomax
 

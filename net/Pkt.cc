@@ -136,7 +136,6 @@ void Pkt::operator delete(void* p, size_t size) {
 
 Pkt::Manager::~Manager() {
   for (Storage* s : freeStorage_) ::operator delete(s);
-  for (void* p : freePkts_) ::operator delete(p);
 }
 
 Pkt::Storage* Pkt::Manager::storageNew(uint32_t bytes) {
@@ -164,20 +163,9 @@ void Pkt::Manager::storageRelease(Storage* s) {
   ::operator delete(s);
 }
 
-void* Pkt::Manager::pktMemNew() {
-  if (freePkts_.empty()) return ::operator new(sizeof(Pkt));
-  void* p = freePkts_.back();
-  freePkts_.pop_back();
-  return p;
-}
+void* Pkt::Manager::pktMemNew() { return pktPool_.blockNew(); }
 
-void Pkt::Manager::pktMemFree(void* p) {
-  if (freePkts_.size() < maxPooled) {
-    freePkts_.push_back(p);
-  } else {
-    ::operator delete(p);
-  }
-}
+void Pkt::Manager::pktMemFree(void* p) { pktPool_.blockDel(p); }
 
 Kiv::Ptr<Pkt> Pkt::Manager::newPkt() {
   return Kiv::Ptr<Pkt>(new Pkt(this, storageNew(standardStorageBytes), standardHeadroom, 0));

@@ -7,6 +7,7 @@
 #include <span>
 #include <vector>
 
+#include "kernel/BlockPool.h"
 #include "kernel/Exception.h"
 #include "kernel/Ptr.h"
 #include "kernel/String.h"
@@ -128,7 +129,7 @@ class Pkt::Manager {
   void pktMemFree(void* p);
 
   std::vector<Storage*> freeStorage_;
-  std::vector<void*> freePkts_;
+  Kiv::BlockPool pktPool_{sizeof(Pkt), maxPooled};
   size_t storagesAllocated_ = 0;
 };
 

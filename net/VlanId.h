@@ -9,6 +9,10 @@
 #include "kernel/Value.h"
 #include "net/NetU16.h"
 
+namespace Vellum {
+class Writer;
+}
+
 namespace Bridging {
 
 class VlanId {
@@ -31,6 +35,8 @@ class VlanId {
 };
 
 inline std::ostream& operator<<(std::ostream& os, VlanId v) { return os << v.value(); }
+// The ring trace takes the number, as the text form prints it.
+void ringArg(Vellum::Writer& w, VlanId v);
 
 }  // namespace Bridging
 

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "core/CorePeerSyncSm.h"
+#include "kernel/RingDecoder.h"
+#include "kernel/RingTrace.h"
 #include "tests/core/CoreHarness.h"
 
 namespace CoreTest {
@@ -178,6 +180,25 @@ TEST_F(CoreSmIntakeTest, ProxySuppressesFrontPortsButNotTheSwitch) {
   rx("Ethernet3", host("10.0.0.254").igmpQuery(IgmpQuery(Gmp::Igmp::igmpVersion2, 10, ip("239.1.1.1"))));
   EXPECT_EQ(membership("239.1.1.1", "Ethernet1", "10.0.0.1")->state(), membershipStateMember);
   EXPECT_EQ(floods(), 1u);
+}
+
+TEST_F(CoreSmIntakeTest, TheFirstCoreOpensTheRingTraceAndEveryCoreWritesToIt) {
+  Vellum::RingTrace* ring = Vellum::snoopVlHandle;
+  ASSERT_NE(ring, nullptr);
+  CoreHarness second;
+  second.startCore();
+  EXPECT_EQ(Vellum::snoopVlHandle, ring);
+  rx("Ethernet2", host("10.9.9.9").igmpV2Report(ip("239.9.9.9")));
+  Vellum::RingDecoder d({reinterpret_cast<const char*>(ring->bytes()), ring->size()});
+  ASSERT_TRUE(d.ok()) << d.error();
+  bool began = false;
+  for (const Vellum::RingMessage& m : d.messages()) {
+    began =
+        began || m.text ==
+                     "Membership of group 239.9.9.9 by reporter 10.9.9.9 on interface Ethernet2 on Vlan 10 "
+                     "began.";
+  }
+  EXPECT_TRUE(began);
 }
 
 TEST_F(CoreSmIntakeTest, InvariantBreachesAbort) {

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "kernel/TimeSource.h"
 #include "tests/support/TimerProbe.h"
 
 namespace {
@@ -53,6 +54,30 @@ TEST(ActivityManagerTest, VirtualTimeGuardRestoresTheTimeBase) {
   }
   EXPECT_FALSE(am->isVirtualTime());
   EXPECT_GT(Kiv::System::currentTime(), 1.5e9);
+}
+
+TEST(ActivityManagerTest, SystemTimeStampsOncePerPhaseAndLiveOutsideATurn) {
+  Kiv::ActivityManager* am = Kiv::activityManager();
+  ASSERT_FALSE(am->isVirtualTime());
+  Kiv::Seconds first = 0, second = 0;
+  am->deferIs([&] {
+    first = Kiv::timeSourceNow();
+    // The clock moves on within the turn; trace stamps do not.
+    while (Kiv::Clock::systemNow() <= first) {
+    }
+    second = Kiv::timeSourceNow();
+  });
+  am->runOnce();
+  EXPECT_GT(first, 1.5e9);
+  EXPECT_EQ(second, first);
+  EXPECT_GT(Kiv::timeSourceNow(), first);
+  {
+    Kiv::VirtualTime vt(250);
+    EXPECT_EQ(Kiv::timeSourceNow(), 250);
+    am->runOnce();
+    am->advanceBy(1.5);
+    EXPECT_EQ(Kiv::timeSourceNow(), 251.5);
+  }
 }
 
 class ScriptedPoller : public Kiv::Poller {

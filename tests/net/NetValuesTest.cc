@@ -4,8 +4,11 @@
 #include <sstream>
 
 #include "kernel/Exception.h"
+#include "kernel/RingDecoder.h"
+#include "kernel/Trace.h"
 #include "net/AllowedTrafficDirection.h"
 #include "net/EthAddr.h"
+#include "net/IntfId.h"
 #include "net/IpAddr.h"
 #include "net/IpChecksum.h"
 #include "net/IpToEthGroupMap.h"
@@ -117,6 +120,24 @@ TEST(IpChecksumTest, Rfc1071ExampleOddLengthsAndVerification) {
   hdr[10] = c >> 8, hdr[11] = c & 0xff;
   EXPECT_EQ(Lomax::IpChecksum::of(hdr, sizeof hdr), Lomax::zeroChecksum);
   EXPECT_EQ(Lomax::IpChecksum::of(nullptr, 0).value(), 0xffff);
+}
+
+TEST(RingArgTest, AddressesInterfacesAndVlansDecodeToTheirStreamText) {
+  Vellum::snoopVlHandle = Vellum::initialize_handle("NetValuesTest", std::vector<uint32_t>(10, 30));
+  ASSERT_NE(Vellum::snoopVlHandle, nullptr);
+  const IpAddr group(239, 1, 2, 3);
+  const Lomax::IntfId intf(Kiv::String("Ethernet4/1"));
+  const Bridging::VlanId vlan(42);
+  KIV_RING(2, "Group " << group << " on " << intf << " on Vlan " << vlan << " from " << IpAddr());
+  Vellum::RingDecoder d(
+      {reinterpret_cast<const char*>(Vellum::snoopVlHandle->bytes()), Vellum::snoopVlHandle->size()});
+  ASSERT_TRUE(d.ok()) << d.error();
+  ASSERT_EQ(d.messages().size(), 1u);
+  const std::string text = "Group " + streamed(group) + " on " + streamed(intf) + " on Vlan " +
+                           streamed(vlan) + " from " + streamed(IpAddr());
+  EXPECT_EQ(d.messages()[0].text, text);
+  delete Vellum::snoopVlHandle;
+  Vellum::snoopVlHandle = nullptr;
 }
 
 TEST(QQICTest, ExponentialFormDecodesAndEncodesEveryCode) {
