@@ -1,7 +1,8 @@
 // The snooping core at scale: a core built as the agent builds it, fed real frames on the virtual
 // clock. A million version 2 memberships over 32,768 groups, 4 ports and 8 reporters per group and
 // port: joins, refreshes, version 3 reports, a general query, and a wheel tick that ends 100,000.
-// With IGMPSNOOP_CORE_BENCH_REFRESHES=N only a small population and N refreshes run, for callgrind.
+// With IGMPSNOOP_CORE_BENCH_REFRESHES=N only a small population (IGMPSNOOP_CORE_BENCH_POPULATION,
+// 65,536 unless set) and N refreshes run, for callgrind.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -244,11 +245,12 @@ void BM_CoreAtScale(benchmark::State& state) {
 [[gnu::noinline]] void refreshes(Scene& b, Vlan& vlan, const Frames& frames) { b.feed(vlan, frames); }
 
 void BM_CoreRefreshOnly(benchmark::State& state, uint32_t n) {
-  constexpr uint32_t population = 65536;
+  const char* pop = std::getenv("IGMPSNOOP_CORE_BENCH_POPULATION");
+  const uint32_t population = pop ? uint32_t(std::atoi(pop)) : 65536;
   for (auto _ : state) {
     Scene b;
     const Frames joins = v2Reports(population, inOrder);
-    const Frames frames = v2Reports(n, [](uint32_t i) { return scattered(population)(i % population); });
+    const Frames frames = v2Reports(n, [population](uint32_t i) { return scattered(population)(i % population); });
     Vlan vlan(10, b.wheel, b.wheel2);
     b.feed(vlan, joins);
     refreshes(b, vlan, frames);
