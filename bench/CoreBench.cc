@@ -242,7 +242,8 @@ void BM_CoreAtScale(benchmark::State& state) {
 
 // The callgrind mode: a smaller warm population, then n refreshes in scattered order. The refreshes
 // run in a function of their own, for callgrind's --toggle-collect.
-[[gnu::noinline]] void refreshes(Scene& b, Vlan& vlan, const Frames& frames) { b.feed(vlan, frames); }
+[[gnu::noipa]] void refreshes(Scene& b, Vlan& vlan, const Frames& frames) { b.feed(vlan, frames); }
+[[gnu::noipa]] void v3Refreshes(Scene& b, Vlan& vlan, const Frames& frames) { b.feed(vlan, frames); }
 
 void BM_CoreRefreshOnly(benchmark::State& state, uint32_t n) {
   const char* pop = std::getenv("IGMPSNOOP_CORE_BENCH_POPULATION");
@@ -250,10 +251,17 @@ void BM_CoreRefreshOnly(benchmark::State& state, uint32_t n) {
   for (auto _ : state) {
     Scene b;
     const Frames joins = v2Reports(population, inOrder);
-    const Frames frames = v2Reports(n, [population](uint32_t i) { return scattered(population)(i % population); });
+    const Frames frames =
+        v2Reports(n, [population](uint32_t i) { return scattered(population)(i % population); });
     Vlan vlan(10, b.wheel, b.wheel2);
     b.feed(vlan, joins);
     refreshes(b, vlan, frames);
+    // With IGMPSNOOP_CORE_BENCH_V3=M, then M version 3 reports of hosts that have joined.
+    if (const char* m = std::getenv("IGMPSNOOP_CORE_BENCH_V3")) {
+      b.feed(vlan, v3Reports(v3Hosts, inOrder));
+      v3Refreshes(b, vlan,
+                  v3Reports(uint32_t(std::atoi(m)), [](uint32_t i) { return (i * 2741u) % v3Hosts; }));
+    }
   }
 }
 

@@ -22,8 +22,21 @@ bool take(std::string_view& in, T& v) {
   return true;
 }
 
+// The text of a text record, or "?" for an id that names none.
+std::string_view recordText(std::string_view sites, uint32_t id) {
+  if (id == 0 || id > sites.size()) return "?";
+  std::string_view record = sites.substr(id - 1);
+  uint32_t line;
+  uint16_t fileLen, textLen;
+  if (!take(record, line) || !take(record, fileLen) || !take(record, textLen) ||
+      record.size() < size_t{fileLen} + textLen) {
+    return "?";
+  }
+  return record.substr(fileLen, textLen);
+}
+
 // Appends one argument of `kind` from the payload; false when the payload has run out.
-bool renderArg(char kind, std::string_view& payload, std::ostringstream& os) {
+bool renderArg(char kind, std::string_view& payload, std::string_view sites, std::ostringstream& os) {
   switch (kind) {
     case layout::kindInt: {
       int64_t v;
@@ -65,6 +78,10 @@ bool renderArg(char kind, std::string_view& payload, std::ostringstream& os) {
       std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", b[0], b[1], b[2], b[3], b[4], b[5]);
       os << text;
       return true;
+    }
+    case layout::kindText: {
+      uint32_t id;
+      return take(payload, id) && (os << recordText(sites, id), true);
     }
     default:
       return false;
@@ -139,7 +156,7 @@ void RingDecoder::decodeLevel(std::string_view bytes, uint64_t offset, uint32_t 
         os << format[k];
       } else if (k + 1 < format.size()) {
         char kind = format[++k];
-        more = more && renderArg(kind, payload, os);
+        more = more && renderArg(kind, payload, sites, os);
         if (!more) os << '?';  // cut for lack of room in the slot
       }
     }

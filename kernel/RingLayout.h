@@ -6,6 +6,8 @@
 // A site record (registered once per trace statement) is u32 line, u16 file length, u16 format
 // length, the file's base name, the format. A format is the statement's literal text with each
 // argument as argMark followed by its ArgKind. A site's id is its record's offset in the area plus 1.
+// A text record (a name written once, then referred to by id) has the same shape with no file and
+// the text as its format, taken as it is.
 //
 // A slot is fixed-size: SlotHeader, payload, and a trailing copy of the sequence number. The writer
 // zeroes the trailing copy, writes the body, then stores the trailing and leading copies; a slot
@@ -55,7 +57,8 @@ inline constexpr uint8_t slotTruncated = 1;
 
 inline constexpr char argMark = '\x01';
 // Payload encodings: integers and doubles 8 bytes, bool and char 1, a string a length byte and up
-// to 255 bytes, an IPv4 address 4 bytes in network order, an Ethernet address 6 bytes.
+// to 255 bytes, an IPv4 address 4 bytes in network order, an Ethernet address 6 bytes, a text the
+// u32 id of its text record (0: the site area was full).
 enum ArgKind : char {
   kindInt = 'i',
   kindUint = 'u',
@@ -65,6 +68,7 @@ enum ArgKind : char {
   kindString = 's',
   kindIpv4 = 'a',
   kindEth = 'e',
+  kindText = 't',
 };
 
 }  // namespace Vellum::layout

@@ -81,28 +81,27 @@ RingTrace* initialize_handle(const std::string& name, const std::vector<uint32_t
   return new RingTrace(std::move(storage), name, sizesKiB);
 }
 
-void Writer::registerSite() {
-  std::unique_ptr<std::string> format(std::exchange(format_, nullptr));
-  desc_.id = ring_.registerSite(desc_.file, desc_.line, *format);
-  desc_.generation = ring_.generation();
+void Writer::registerSite(RingTrace& ring, MsgDesc& desc, std::string* format) {
+  std::unique_ptr<std::string> owned(format);
+  desc.id = ring.registerSite(desc.file, desc.line, *owned);
+  desc.generation = ring.generation();
 }
 
-void Writer::literalText(const char* s) {
-  for (; *s; ++s) *format_ += *s == layout::argMark ? '?' : *s;
+void Writer::literalText(std::string& format, const char* s) {
+  for (; *s; ++s) format += *s == layout::argMark ? '?' : *s;
 }
 
-void Writer::formatArg(char kind) {
-  *format_ += layout::argMark;
-  *format_ += kind;
+void Writer::formatArg(std::string& format, char kind) {
+  format += layout::argMark;
+  format += kind;
 }
 
-void Writer::stringCut(std::string_view s) {
-  size_t space = static_cast<size_t>(end() - pos_) - 1;
+Writer::Cut Writer::stringCut(uint8_t* pos, const uint8_t* end, std::string_view s) {
+  size_t space = static_cast<size_t>(end - pos) - 1;
   size_t n = std::min({s.size(), size_t{255}, space});
-  if (n < s.size() && n == space) full_ = true;
-  *pos_++ = static_cast<uint8_t>(n);
-  std::memcpy(pos_, s.data(), n);
-  pos_ += n;
+  *pos++ = static_cast<uint8_t>(n);
+  std::memcpy(pos, s.data(), n);
+  return Cut{pos + n, n < s.size() && n == space};
 }
 
 Ipv4 Ipv4::fromOctets(uint8_t a, uint8_t b, uint8_t c, uint8_t d) {

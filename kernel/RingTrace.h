@@ -41,6 +41,8 @@ class RingTrace {
   uint64_t generation() const { return generation_; }
   // The site's id, or 0 when the site area is full.
   uint32_t registerSite(const char* file, int line, std::string_view format);
+  // A text record's id, or 0 when the site area is full.
+  uint32_t registerText(std::string_view text) { return registerSite("", 0, text); }
 
   // Claims the oldest slot of the level and stamps it. A level without slots gets a scratch slot
   // that endMsg leaves uncommitted. Both run for every trace statement, so they are inline.
@@ -55,16 +57,17 @@ class RingTrace {
     std::atomic_thread_fence(std::memory_order_release);
     const double time = Kiv::timeSourceNow();
     std::memcpy(slot + offsetof(layout::SlotHeader, time), &time, sizeof time);
-    slot[offsetof(layout::SlotHeader, level)] = static_cast<uint8_t>(level);
     return Slot{slot, ++seq_};
   }
-  [[gnu::always_inline]] void endMsg(Slot slot, uint32_t site, size_t payloadBytes, uint8_t flags) {
+  [[gnu::always_inline]] void endMsg(Slot slot, uint32_t site, int level, size_t payloadBytes,
+                                     uint8_t flags) {
     if (slot.bytes == scratch_ || site == 0) [[unlikely]]
       return;
-    const uint16_t payload = static_cast<uint16_t>(payloadBytes);
-    std::memcpy(slot.bytes + offsetof(layout::SlotHeader, site), &site, sizeof site);
-    slot.bytes[offsetof(layout::SlotHeader, flags)] = flags;
-    std::memcpy(slot.bytes + offsetof(layout::SlotHeader, payloadBytes), &payload, sizeof payload);
+    // site, level, flags and payload length fill the header's last eight bytes: one store.
+    static_assert(offsetof(layout::SlotHeader, site) + 8 == sizeof(layout::SlotHeader));
+    const uint64_t word = uint64_t{site} | uint64_t{static_cast<uint8_t>(level)} << 32 |
+                          uint64_t{flags} << 40 | uint64_t{static_cast<uint16_t>(payloadBytes)} << 48;
+    std::memcpy(slot.bytes + offsetof(layout::SlotHeader, site), &word, sizeof word);
     storeSeq(slot.bytes + layout::trailerOffset, slot.seq, std::memory_order_release);
     storeSeq(slot.bytes, slot.seq, std::memory_order_release);
   }
@@ -144,57 +147,76 @@ void ringArg(Writer& w, Ipv4 a);
 
 // Writes one message into the ring; the slot is committed when the writer goes.
 // String literals (const char[N]) are part of the format; every other value is an argument.
-// Only a site's first write with a ring builds its format (in format_, null otherwise); later writes
-// claim a slot and copy arguments, inline at the statement, and do no more.
+// A site's first write with a ring is a registering write: it builds the format (format_) and
+// registers it. Every later write is plain: format_ is null from construction, and as the writer and
+// the ringArg functions are all inline, the compiler drops every test of it, so that a plain write
+// claims a slot and stores arguments, and does no more.
 class Writer {
  public:
+  struct Registering {};
   [[gnu::always_inline]] Writer(RingTrace& ring, MsgDesc& desc, int level)
       : ring_(ring),
         desc_(desc),
-        slot_(ring.startMsg(std::clamp(level, 0, static_cast<int>(layout::levels) - 1))),
-        pos_(slot_.bytes + layout::payloadOffset) {
-    if (desc.generation != ring.generation()) [[unlikely]]
-      format_ = new std::string;
+        level_(std::clamp(level, 0, static_cast<int>(layout::levels) - 1)),
+        slot_(ring.startMsg(level_)),
+        pos_(slot_.bytes + layout::payloadOffset),
+        end_(slot_.bytes + layout::trailerOffset) {}
+  Writer(RingTrace& ring, MsgDesc& desc, int level, Registering) : Writer(ring, desc, level) {
+    format_ = new std::string;
   }
   [[gnu::always_inline]] ~Writer() {
     if (format_) [[unlikely]]
-      registerSite();
-    ring_.endMsg(slot_, desc_.id, pos_ - (slot_.bytes + layout::payloadOffset),
-                 full_ ? layout::slotTruncated : 0);
+      registerSite(ring_, desc_, format_);
+    ring_.endMsg(slot_, desc_.id, level_, pos_ - (slot_.bytes + layout::payloadOffset),
+                 truncated_ ? layout::slotTruncated : 0);
   }
   Writer(const Writer&) = delete;
   Writer& operator=(const Writer&) = delete;
 
   template <class T>
-  Writer& operator<<(T&& v);
+  [[gnu::always_inline]] Writer& operator<<(T&& v);
 
-  void int64(int64_t v) { fixed(layout::kindInt, &v, sizeof v); }
-  void uint64(uint64_t v) { fixed(layout::kindUint, &v, sizeof v); }
-  void real(double v) { fixed(layout::kindDouble, &v, sizeof v); }
-  void boolean(bool v) {
+  [[gnu::always_inline]] void int64(int64_t v) { fixed(layout::kindInt, &v, sizeof v); }
+  [[gnu::always_inline]] void uint64(uint64_t v) { fixed(layout::kindUint, &v, sizeof v); }
+  [[gnu::always_inline]] void real(double v) { fixed(layout::kindDouble, &v, sizeof v); }
+  [[gnu::always_inline]] void boolean(bool v) {
     uint8_t b = v;
     fixed(layout::kindBool, &b, 1);
   }
-  void character(char c) { fixed(layout::kindChar, &c, 1); }
-  void ipv4(uint32_t netOrder) { fixed(layout::kindIpv4, &netOrder, 4); }
-  void eth(const uint8_t* sixBytes) { fixed(layout::kindEth, sixBytes, 6); }
-  // Short strings (interface names) are copied inline, with no call; longer ones may be cut.
+  [[gnu::always_inline]] void character(char c) { fixed(layout::kindChar, &c, 1); }
+  [[gnu::always_inline]] void ipv4(uint32_t netOrder) { fixed(layout::kindIpv4, &netOrder, 4); }
+  [[gnu::always_inline]] void eth(const uint8_t* sixBytes) { fixed(layout::kindEth, sixBytes, 6); }
+  // Short strings are copied inline, with no call; longer ones may be cut.
   [[gnu::always_inline]] void string(std::string_view s) {
     if (!room(layout::kindString, 1)) return;
     const size_t n = s.size();
-    if (n <= shortString && static_cast<size_t>(end() - pos_) > shortString) [[likely]] {
+    if (n <= shortString && static_cast<size_t>(end_ - pos_) > shortString) [[likely]] {
       *pos_++ = static_cast<uint8_t>(n);
       copyShort(pos_, s.data(), n);
       pos_ += n;
       return;
     }
-    stringCut(s);
+    const Cut cut = stringCut(pos_, end_, s);
+    pos_ = cut.pos;
+    if (cut.full) {
+      end_ = pos_;
+      truncated_ = true;
+    }
+  }
+  // A text that many messages repeat (an interface's name): written once per ring as a text record,
+  // then four bytes per message. The caller keeps the ring generation and id with the text.
+  [[gnu::always_inline]] void text(const Kiv::String& s, uint64_t& generation, uint32_t& id) {
+    if (generation != ring_.generation()) [[unlikely]] {
+      id = ring_.registerText(s.view());
+      generation = ring_.generation();
+    }
+    fixed(layout::kindText, &id, sizeof id);
   }
 
  private:
   [[gnu::always_inline]] void literal(const char* s) {
     if (format_) [[unlikely]]
-      literalText(s);
+      literalText(*format_, s);
   }
   static constexpr size_t shortString = 32;
   // n <= shortString: two fixed-size copies that overlap in the middle.
@@ -212,17 +234,24 @@ class Writer {
       for (size_t i = 0; i < n; ++i) d[i] = static_cast<uint8_t>(s[i]);
     }
   }
-  void stringCut(std::string_view s);
-  void literalText(const char* s);
+  // The helpers out of line take what they need as arguments, never the writer itself: a writer whose
+  // address is never taken lives in registers.
+  struct Cut {
+    uint8_t* pos;
+    bool full;
+  };
+  static Cut stringCut(uint8_t* pos, const uint8_t* end, std::string_view s);
+  static void literalText(std::string& format, const char* s);
   // Registers the site with the format built by this write, and drops the format.
-  void registerSite();
-  void formatArg(char kind);
-  uint8_t* end() const { return slot_.bytes + layout::trailerOffset; }
+  static void registerSite(RingTrace& ring, MsgDesc& desc, std::string* format);
+  static void formatArg(std::string& format, char kind);
+  // Once an argument does not fit, none after it is written: the end moves to the current position.
   [[gnu::always_inline]] bool room(char kind, size_t n) {
     if (format_) [[unlikely]]
-      formatArg(kind);
-    if (full_ || static_cast<size_t>(end() - pos_) < n) [[unlikely]] {
-      full_ = true;
+      formatArg(*format_, kind);
+    if (static_cast<size_t>(end_ - pos_) < n) [[unlikely]] {
+      end_ = pos_;
+      truncated_ = true;
       return false;
     }
     return true;
@@ -236,14 +265,16 @@ class Writer {
 
   RingTrace& ring_;
   MsgDesc& desc_;
+  const int level_;
   RingTrace::Slot slot_;
   uint8_t* pos_;
+  uint8_t* end_;
   std::string* format_ = nullptr;
-  bool full_ = false;
+  bool truncated_ = false;
 };
 
 template <class T>
-Writer& Writer::operator<<(T&& v) {
+[[gnu::always_inline]] inline Writer& Writer::operator<<(T&& v) {
   using R = std::remove_reference_t<T>;
   using D = std::remove_cvref_t<T>;
   if constexpr (std::is_array_v<R> && std::is_same_v<std::remove_extent_t<R>, const char>) {

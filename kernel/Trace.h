@@ -73,12 +73,15 @@ class TraceHelper {
 
 // The ring half of a trace statement: the site registers its format once, later writes carry only
 // the site id and binary arguments. A closed ring costs one null test.
-#define KIV_RING(lvl, msg)                                                    \
-  do {                                                                        \
-    if (::Vellum::snoopVlHandle) {                                            \
-      static ::Vellum::MsgDesc kivRingDesc_(__FILE__, __LINE__);              \
-      ::Vellum::Writer(*::Vellum::snoopVlHandle, kivRingDesc_, (lvl)) << msg; \
-    }                                                                         \
+#define KIV_RING(lvl, msg)                                                                        \
+  do {                                                                                            \
+    if (::Vellum::RingTrace* kivRing_ = ::Vellum::snoopVlHandle) {                                \
+      static ::Vellum::MsgDesc kivRingDesc_(__FILE__, __LINE__);                                  \
+      if (kivRingDesc_.generation == kivRing_->generation()) [[likely]]                           \
+        ::Vellum::Writer(*kivRing_, kivRingDesc_, (lvl)) << msg;                                  \
+      else                                                                                        \
+        ::Vellum::Writer(*kivRing_, kivRingDesc_, (lvl), ::Vellum::Writer::Registering()) << msg; \
+    }                                                                                             \
   } while (0)
 
 // A trace statement: KIV_TRACE(handle, 6, "New querier " << src << " wins over " << cur);

@@ -1,7 +1,6 @@
 // Parsing interface names into kinds and parts, and the process-wide intern table of names.
 #include "net/IntfId.h"
 
-#include <array>
 #include <atomic>
 #include <charconv>
 #include <memory>
@@ -40,7 +39,7 @@ const Family* familyOfKind(uint8_t kind) {
 
 constexpr int kindShift = 56;
 constexpr int partsShift = 20;
-constexpr uint64_t indexMask = (1u << 20) - 1;
+constexpr uint64_t indexMask = detail::internIndexMask;
 constexpr uint64_t structureMask = ~indexMask;
 
 uint64_t structureBits(uint8_t kind, uint8_t nParts, const uint32_t* parts) {
@@ -85,14 +84,8 @@ uint64_t parseStructure(std::string_view name, std::string& shortName) {
 // live in fixed blocks that never move: readers index them without the lock.
 class InternTable {
  public:
-  static constexpr size_t blockSize = 4096;
-  static constexpr size_t maxBlocks = (indexMask + 1) / blockSize;
-
-  struct Entry {
-    Kiv::String name;
-    Kiv::String shortName;
-    uint64_t bits = 0;
-  };
+  static constexpr size_t blockSize = detail::internBlockSize;
+  using Entry = detail::InternEntry;
 
   InternTable() { intern(Kiv::String()); }
 
@@ -105,8 +98,8 @@ class InternTable {
     size_t index = count_;
     if (index > indexMask) Kiv::throwRangeException("IntfId: too many interface names");
     if (index % blockSize == 0)
-      blocks_[index / blockSize].store(new Entry[blockSize], std::memory_order_release);
-    Entry& e = blocks_[index / blockSize].load(std::memory_order_relaxed)[index % blockSize];
+      detail::internBlocks[index / blockSize].store(new Entry[blockSize], std::memory_order_release);
+    Entry& e = detail::internBlocks[index / blockSize].load(std::memory_order_relaxed)[index % blockSize];
     e.name = name;
     e.shortName = Kiv::String(shortName);
     e.bits = bits | index;
@@ -115,15 +108,9 @@ class InternTable {
     return e.bits;
   }
 
-  const Entry& entry(uint64_t bits) const {
-    size_t index = bits & indexMask;
-    return blocks_[index / blockSize].load(std::memory_order_acquire)[index % blockSize];
-  }
-
  private:
   std::mutex mutex_;
   std::unordered_map<std::string_view, uint64_t> byName_;
-  std::array<std::atomic<Entry*>, maxBlocks> blocks_{};
   size_t count_ = 0;
 };
 
@@ -137,9 +124,14 @@ InternTable& internTable() {
 
 void IntfId::handleInitialized(const Kiv::String& name) { bits_ = internTable().intern(name); }
 
-const Kiv::String& IntfId::stringValue() const { return internTable().entry(bits_).name; }
+namespace detail {
+std::atomic<InternEntry*> internBlocks[(internIndexMask + 1) / internBlockSize];
 
-const Kiv::String& IntfId::shortName() const { return internTable().entry(bits_).shortName; }
+const InternEntry& internEntrySlow(uint64_t bits) {
+  internTable();
+  return internEntry(bits);
+}
+}  // namespace detail
 
 IntfId switchIntfId() {
   static const IntfId id(Kiv::String("Switch"));
@@ -152,8 +144,6 @@ IntfId cpuIntfId() {
 }
 
 std::ostream& operator<<(std::ostream& os, IntfId id) { return os << id.stringValue(); }
-
-void ringArg(Vellum::Writer& w, IntfId id) { w.string(id.stringValue().view()); }
 
 namespace {
 

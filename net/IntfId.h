@@ -3,19 +3,42 @@
 // any other name ("eth1", "swp3", "veth-h1") is of the kind otherIntfIdType and told apart by its name.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <ostream>
 #include <string>
 #include <string_view>
 
+#include "kernel/RingTrace.h"
 #include "kernel/String.h"
 #include "kernel/Value.h"
 
-namespace Vellum {
-class Writer;
-}
-
 namespace Lomax {
+
+namespace detail {
+// The intern table's entries, in blocks that never move; an id's low 20 bits index them. Kept at
+// namespace scope so that reading a name is a few loads inline, with no call and no guard.
+struct InternEntry {
+  Kiv::String name;
+  Kiv::String shortName;
+  uint64_t bits = 0;
+  // The name's text record in the ring trace, and the ring it belongs to.
+  mutable uint64_t ringGeneration = 0;
+  mutable uint32_t ringText = 0;
+};
+inline constexpr uint64_t internIndexMask = (1u << 20) - 1;
+inline constexpr size_t internBlockSize = 4096;
+extern std::atomic<InternEntry*> internBlocks[(internIndexMask + 1) / internBlockSize];
+// The entry of an id whose block is not there yet: only the empty id before any name was interned.
+const InternEntry& internEntrySlow(uint64_t bits);
+inline const InternEntry& internEntry(uint64_t bits) {
+  const size_t index = bits & internIndexMask;
+  const InternEntry* block = internBlocks[index / internBlockSize].load(std::memory_order_acquire);
+  if (!block) [[unlikely]]
+    return internEntrySlow(bits);
+  return block[index % internBlockSize];
+}
+}  // namespace detail
 
 class IntfId {
  public:
@@ -25,8 +48,8 @@ class IntfId {
   void handleInitialized(const Kiv::String& name);
 
   // Both are read from the intern table: no parsing, no allocation.
-  const Kiv::String& stringValue() const;
-  const Kiv::String& shortName() const;
+  const Kiv::String& stringValue() const { return detail::internEntry(bits_).name; }
+  const Kiv::String& shortName() const { return detail::internEntry(bits_).shortName; }
 
   constexpr uint64_t value() const { return bits_; }
   uint64_t hash() const { return Kiv::mixHash(bits_); }
@@ -82,8 +105,11 @@ class GenericIntfId {
 inline bool IntfId::operator<(const IntfId& o) const { return GenericIntfId(*this) < GenericIntfId(o); }
 
 std::ostream& operator<<(std::ostream& os, IntfId id);
-// The ring trace takes the interned name as it is, with no formatting.
-void ringArg(Vellum::Writer& w, IntfId id);
+// The ring trace holds each interned name once and refers to it by id.
+[[gnu::always_inline]] inline void ringArg(Vellum::Writer& w, IntfId id) {
+  const detail::InternEntry& e = detail::internEntry(id.value());
+  w.text(e.name, e.ringGeneration, e.ringText);
+}
 
 }  // namespace Lomax
 

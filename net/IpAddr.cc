@@ -44,10 +44,4 @@ void IpAddr::stringValueIs(const Kiv::String& text) {
 
 std::ostream& operator<<(std::ostream& os, IpAddr a) { return os << a.stringValue(); }
 
-void ringArg(Vellum::Writer& w, IpAddr a) {
-  uint32_t netOrder;
-  a.bytesOut(reinterpret_cast<uint8_t*>(&netOrder));
-  w.ipv4(netOrder);
-}
-
 }  // namespace Lomax

@@ -8,12 +8,9 @@
 #include <string>
 #include <string_view>
 
+#include "kernel/RingTrace.h"
 #include "kernel/String.h"
 #include "kernel/Value.h"
-
-namespace Vellum {
-class Writer;
-}
 
 namespace Lomax {
 
@@ -62,7 +59,11 @@ class IpAddr {
 
 std::ostream& operator<<(std::ostream& os, IpAddr a);
 // The ring trace stores an address as its four bytes; text is made only when the ring is decoded.
-void ringArg(Vellum::Writer& w, IpAddr a);
+[[gnu::always_inline]] inline void ringArg(Vellum::Writer& w, IpAddr a) {
+  uint32_t netOrder;
+  a.bytesOut(reinterpret_cast<uint8_t*>(&netOrder));
+  w.ipv4(netOrder);
+}
 
 }  // namespace Lomax
 

@@ -2,14 +2,11 @@
 #include "net/VlanId.h"
 
 #include "kernel/Exception.h"
-#include "kernel/RingTrace.h"
 
 namespace Bridging {
 
 void VlanId::check(unsigned v) {
   if (!isValid(v)) Kiv::throwRangeException("VlanId::value < 1 or > 4094 not allowed");
 }
-
-void ringArg(Vellum::Writer& w, VlanId v) { w.uint64(v.value()); }
 
 }  // namespace Bridging
