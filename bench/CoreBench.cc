@@ -187,16 +187,21 @@ Frames v3Reports(uint32_t count, Order order) {
   return f;
 }
 
+Frames generalQueryFrame() {
+  Frames query;
+  query.add(host(IpAddr::fromHost(0x0a0000fe))
+                .igmpQuery(Gmp::Igmp::IgmpQuery(Gmp::Igmp::igmpVersion2, 100, IpAddr())),
+            0);
+  return query;
+}
+
 void scaleScenario(Scene& b) {
   const Frames joins = v2Reports(memberships, inOrder);
   const Frames refreshes = v2Reports(memberships, scattered(memberships));
   constexpr uint32_t v3Rounds = 8;
   const Frames v3Joins = v3Reports(v3Hosts, inOrder);
   const Frames v3 = v3Reports(v3Hosts * v3Rounds, [](uint32_t i) { return (i * 2741u) % v3Hosts; });
-  Frames query;
-  query.add(host(IpAddr::fromHost(0x0a0000fe))
-                .igmpQuery(Gmp::Igmp::IgmpQuery(Gmp::Igmp::igmpVersion2, 100, IpAddr())),
-            0);
+  const Frames query = generalQueryFrame();
   Vlan vlan(10, b.wheel, b.wheel2);
   // Warm the packet pool so that it is not counted as the memberships' memory.
   vlan.rx(query, 0);
@@ -244,6 +249,7 @@ void BM_CoreAtScale(benchmark::State& state) {
 // run in a function of their own, for callgrind's --toggle-collect.
 [[gnu::noipa]] void refreshes(Scene& b, Vlan& vlan, const Frames& frames) { b.feed(vlan, frames); }
 [[gnu::noipa]] void v3Refreshes(Scene& b, Vlan& vlan, const Frames& frames) { b.feed(vlan, frames); }
+[[gnu::noipa]] void generalQuery(Vlan& vlan, const Frames& query) { vlan.rx(query, 0); }
 
 void BM_CoreRefreshOnly(benchmark::State& state, uint32_t n) {
   const char* pop = std::getenv("IGMPSNOOP_CORE_BENCH_POPULATION");
@@ -256,6 +262,19 @@ void BM_CoreRefreshOnly(benchmark::State& state, uint32_t n) {
     Vlan vlan(10, b.wheel, b.wheel2);
     b.feed(vlan, joins);
     refreshes(b, vlan, frames);
+    // With IGMPSNOOP_CORE_BENCH_QUERIES=Q, then Q general queries.
+    if (const char* q = std::getenv("IGMPSNOOP_CORE_BENCH_QUERIES")) {
+      const Frames query = generalQueryFrame();
+      double best = 0;
+      for (int i = std::atoi(q); i > 0; --i) {
+        const auto t0 = std::chrono::steady_clock::now();
+        generalQuery(vlan, query);
+        const double ms =
+            std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
+        best = best == 0 ? ms : std::min(best, ms);
+      }
+      Bench::result("core_general_query_ms", best, "ms");
+    }
     // With IGMPSNOOP_CORE_BENCH_V3=M, then M version 3 reports of hosts that have joined.
     if (const char* m = std::getenv("IGMPSNOOP_CORE_BENCH_V3")) {
       b.feed(vlan, v3Reports(v3Hosts, inOrder));

@@ -200,6 +200,10 @@ CoreSm::GroupAddressFloodTypePair CoreSm::doIgmpMembershipQueryProcess(const Gmp
   for (auto gi = status_->groupIter().begin(); gi; ++gi) {
     Kiv::Ptr<IgmpGroup> g = gi.currNodeNonStale();
     if (!g) continue;
+    // Memory-bound with a million memberships: start loading all of the group's memberships before
+    // visiting any, so that their cache misses overlap.
+    g->intfPrefetch();
+    for (auto& is : g->intfIter()) is->membershipPrefetch();
     for (auto ii = g->intfIter().begin(); ii; ++ii) {
       Kiv::Ptr<IgmpIntfStatus> is = ii.currNodeNonStale();
       if (!is) continue;
