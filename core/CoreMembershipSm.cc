@@ -13,13 +13,28 @@ using Lomax::IpAddr;
 
 CoreMembershipSm::CoreMembershipSm(IpAddr, Kiv::Ptr<IgmpMembership> membership,
                                    Kiv::Ptr<Bez::TimerWheel const> timerWheel, CoreIntfMembershipSm* intfSm)
-    : membership_(std::move(membership)), intfSm_(intfSm), kivMembership_(this), membershipTimer_(this) {
+    : membership_(std::move(membership)),
+      intfSm_(intfSm),
+      coreSm_(intfSm->groupSm()->coreSm()),
+      kivMembership_(this),
+      membershipTimer_(this) {
   membershipTimer_.notifierIs(timerWheel);
   kivMembership_.notifierIs(membership_);
   handleInitialized();
 }
 
-CoreSm* CoreMembershipSm::coreSm() const { return intfSm_->groupSm()->coreSm(); }
+// The entities above the membership are in cache on the report path, where the machines above this one
+// are not; the machines answer only once the membership has left its interface.
+IpAddr CoreMembershipSm::groupAddr() const {
+  const Kiv::Entity* intfStatus = membership_->parent();
+  const Kiv::Entity* group = intfStatus ? intfStatus->parent() : nullptr;
+  return group ? static_cast<const IgmpGroup*>(group)->addr() : intfSm_->groupSm()->addr();
+}
+
+IntfId CoreMembershipSm::intfId() const {
+  const Kiv::Entity* intfStatus = membership_->parent();
+  return intfStatus ? static_cast<const IgmpIntfStatus*>(intfStatus)->intf() : intfSm_->intfId();
+}
 
 void CoreMembershipSm::handleInitialized() {
   initialized_ = true;
@@ -31,7 +46,7 @@ void CoreMembershipSm::handleMembershipLastReport() {
   if (!initialized_) return;
   // Include memberships do not age by reports; their sources age by general queries.
   if (membership_->filterMode() != Gmp::Igmp::filterModeExclude) return;
-  membership_->expireIs(membership_->lastReport() + coreSm()->status()->groupMembershipInterval());
+  membership_->expireIs(membership_->lastReport() + coreSm_->status()->groupMembershipInterval());
 }
 
 void CoreMembershipSm::handleMembershipExpire() {
@@ -40,11 +55,10 @@ void CoreMembershipSm::handleMembershipExpire() {
   if (expire == 0) return;
   KIV_TRACE(groupTimerTrace, 9,
             "Setting membership expire for group "
-                << intfSm_->groupSm()->addr() << " on " << intfSm_->intfId() << " for reporter "
-                << membership_->reporter() << ". In membership:" << membership_->reporter() << " "
-                << membership_->firstReport() << " " << membership_->lastReport() << " " << expire << " "
-                << membership_->state() << " " << membership_->igmpVersion() << " "
-                << membership_->filterMode());
+                << groupAddr() << " on " << intfId() << " for reporter " << membership_->reporter()
+                << ". In membership:" << membership_->reporter() << " " << membership_->firstReport() << " "
+                << membership_->lastReport() << " " << expire << " " << membership_->state() << " "
+                << membership_->igmpVersion() << " " << membership_->filterMode());
   membershipTimer_.timeMinIs(expire);
 }
 
@@ -64,13 +78,13 @@ void CoreMembershipSm::handleMembershipTimer() {
   if (membership_->state() == checkingGotReport) {
     // The check was answered: a full life again, through the reaction to lastReport.
     membership_->stateIs(membershipStateMember);
-    membership_->lastReportIs(coreSm()->now());
+    membership_->lastReportIs(coreSm_->now());
     return;
   }
   if (membership_->filterMode() != Gmp::Igmp::filterModeExclude) return;
   KIV_RING(2, "Membership of group " << intfSm_->groupSm()->addr() << " by reporter "
                                      << membership_->reporter() << " on interface " << intfSm_->intfId()
-                                     << " on Vlan " << coreSm()->vlanId() << " timed out and is deleted.");
+                                     << " on Vlan " << coreSm_->vlanId() << " timed out and is deleted.");
   // This machine goes with the entity; the wheel holds it until the handler returns.
   intfSm_->intfStatus()->membershipDel(membership_->reporter());
 }

@@ -50,10 +50,14 @@ class CoreMembershipSm : public Kiv::StateMachine, public Kiv::HashLink<CoreMemb
     CoreMembershipSm* sm() const { return static_cast<CoreMembershipSm*>(kivOwner()); }
   };
   void handleInitialized();
-  CoreSm* coreSm() const;
+  // The membership's group and interface, for traces.
+  Lomax::IpAddr groupAddr() const;
+  Lomax::IntfId intfId() const;
 
   Kiv::Ptr<IgmpMembership> membership_;
   CoreIntfMembershipSm* intfSm_;
+  // Kept at hand: a refresh reaches the core's status without walking up the machines.
+  CoreSm* coreSm_;
   KivMembership kivMembership_;
   Bez::WheelReactor<CoreMembershipSm, &CoreMembershipSm::handleMembershipTimer> membershipTimer_;
   bool initialized_ = false;
