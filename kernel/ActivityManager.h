@@ -42,7 +42,7 @@ class ActivityManager {
   // The time that traces, the ring trace and the log limiter stamp with. Under the system clock a
   // turn reads the clock once per phase (deferred work, fd handlers, timers) instead of once per
   // trace statement; outside a turn, and under virtual time, it is the clock's now.
-  Seconds stampNow() const { return stamping_ ? stamp_ : clock_->now(); }
+  [[gnu::always_inline]] Seconds stampNow() const { return stamping_ ? stamp_ : clock_->now(); }
 
   bool isVirtualTime() const { return clock_->isVirtual(); }
   void virtualTimeIs(Seconds start) { clock_->virtualTimeIs(start); }
@@ -84,7 +84,7 @@ ActivityManager* processLoopMake();
 }  // namespace detail
 
 // The process's loop.
-inline ActivityManager* activityManager() {
+[[gnu::always_inline]] inline ActivityManager* activityManager() {
   ActivityManager* am = detail::processLoop;
   return am ? am : detail::processLoopMake();
 }

@@ -48,7 +48,7 @@ class Clock : public PtrInterface {
   Clock& operator=(const Clock&) = delete;
 
   // Seconds since the epoch: the system clock, or the virtual time that tests and replay set by hand.
-  Seconds now() const { return virtual_ ? virtualNow_ : systemNow(); }
+  [[gnu::always_inline]] Seconds now() const { return virtual_ ? virtualNow_ : systemNow(); }
   bool isVirtual() const { return virtual_; }
   void virtualTimeIs(Seconds t) { virtual_ = true, virtualNow_ = t; }
   void systemTimeIs() { virtual_ = false; }

@@ -157,7 +157,7 @@ class Writer {
   [[gnu::always_inline]] Writer(RingTrace& ring, MsgDesc& desc, int level)
       : ring_(ring),
         desc_(desc),
-        level_(std::clamp(level, 0, static_cast<int>(layout::levels) - 1)),
+        level_(level < 0 ? 0 : std::min(level, static_cast<int>(layout::levels) - 1)),
         slot_(ring.startMsg(level_)),
         pos_(slot_.bytes + layout::payloadOffset),
         end_(slot_.bytes + layout::trailerOffset) {}

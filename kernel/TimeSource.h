@@ -18,7 +18,7 @@ extern TimeSourceFn timeSource;
 }  // namespace detail
 
 // Read by every trace statement: with the default source, a few loads and no call.
-inline Seconds timeSourceNow() {
+[[gnu::always_inline]] inline Seconds timeSourceNow() {
   return detail::timeSource ? detail::timeSource() : activityManager()->stampNow();
 }
 

@@ -31,7 +31,7 @@ inline constexpr size_t internBlockSize = 4096;
 extern std::atomic<InternEntry*> internBlocks[(internIndexMask + 1) / internBlockSize];
 // The entry of an id whose block is not there yet: only the empty id before any name was interned.
 const InternEntry& internEntrySlow(uint64_t bits);
-inline const InternEntry& internEntry(uint64_t bits) {
+[[gnu::always_inline]] inline const InternEntry& internEntry(uint64_t bits) {
   const size_t index = bits & internIndexMask;
   const InternEntry* block = internBlocks[index / internBlockSize].load(std::memory_order_acquire);
   if (!block) [[unlikely]]
