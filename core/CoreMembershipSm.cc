@@ -36,10 +36,19 @@ IntfId CoreMembershipSm::intfId() const {
   return intfStatus ? static_cast<const IgmpIntfStatus*>(intfStatus)->intf() : intfSm_->intfId();
 }
 
+CoreMembershipSm::~CoreMembershipSm() { coreSm_->agingMembershipIs(*this, false); }
+
 void CoreMembershipSm::handleInitialized() {
   initialized_ = true;
   handleMembershipExpire();
   handleMembershipVersion();
+  handleMembershipAging();
+}
+
+void CoreMembershipSm::handleMembershipAging() {
+  if (!initialized_) return;
+  coreSm_->agingMembershipIs(
+      *this, membership_->filterMode() == Gmp::Igmp::filterModeInclude || membership_->sourceSize() != 0);
 }
 
 void CoreMembershipSm::handleMembershipLastReport() {

@@ -20,6 +20,7 @@ class CoreMembershipSm : public Kiv::StateMachine, public Kiv::HashLink<CoreMemb
  public:
   CoreMembershipSm(Lomax::IpAddr reporter, Kiv::Ptr<IgmpMembership> membership,
                    Kiv::Ptr<Bez::TimerWheel const> timerWheel, CoreIntfMembershipSm* intfSm);
+  ~CoreMembershipSm() override;
   const Lomax::IpAddr& kivKey() const { return membership_->kivKey(); }
   void kivCheckParams(const Kiv::Ptr<IgmpMembership>& m, const Kiv::Ptr<Bez::TimerWheel const>&,
                       CoreIntfMembershipSm*) const {
@@ -32,11 +33,15 @@ class CoreMembershipSm : public Kiv::StateMachine, public Kiv::HashLink<CoreMemb
   Gmp::Igmp::IgmpFilterMode peerFilterMode() const { return peerFilterMode_; }
   void peerFilterModeIs(Gmp::Igmp::IgmpFilterMode m) { peerFilterMode_ = m; }
   Kiv::Seconds timerTime() const { return membershipTimer_.timeMin(); }
+  // The key of this machine in the core's set of memberships that general queries age; 0: not in it.
+  uint32_t agingKey() const { return agingKey_; }
+  void agingKeyIs(uint32_t k) { agingKey_ = k; }
 
   void handleMembershipLastReport();
   void handleMembershipExpire();
   void handleMembershipVersion();
   void handleMembershipTimer();
+  void handleMembershipAging();
 
  private:
   class KivMembership : public IgmpMembership::NotifieeConst {
@@ -45,6 +50,9 @@ class CoreMembershipSm : public Kiv::StateMachine, public Kiv::HashLink<CoreMemb
     void onExpire() override { sm()->handleMembershipExpire(); }
     void onIgmpVersion() override { sm()->handleMembershipVersion(); }
     void onLastReport() override { sm()->handleMembershipLastReport(); }
+    void onFilterMode() override { sm()->handleMembershipAging(); }
+    void onSource(const Lomax::IpAddr&) override { sm()->handleMembershipAging(); }
+    void onSourcekivImmediate() override { sm()->handleMembershipAging(); }
 
    private:
     CoreMembershipSm* sm() const { return static_cast<CoreMembershipSm*>(kivOwner()); }
@@ -62,6 +70,7 @@ class CoreMembershipSm : public Kiv::StateMachine, public Kiv::HashLink<CoreMemb
   Bez::WheelReactor<CoreMembershipSm, &CoreMembershipSm::handleMembershipTimer> membershipTimer_;
   bool initialized_ = false;
   Gmp::Igmp::IgmpFilterMode peerFilterMode_ = Gmp::Igmp::filterModeExclude;
+  uint32_t agingKey_ = 0;
 };
 
 // Keeps one machine per reporter of a group on an interface, the interface's lowest version, and

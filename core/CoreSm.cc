@@ -197,40 +197,31 @@ CoreSm::GroupAddressFloodTypePair CoreSm::doIgmpMembershipQueryProcess(const Gmp
 
   if (query.suppressRouterSideProcessing() && !proxy) return gaftp;
   const uint32_t robustness = status_->robustness();
-  for (auto gi = status_->groupIter().begin(); gi; ++gi) {
-    Kiv::Ptr<IgmpGroup> g = gi.currNodeNonStale();
-    if (!g) continue;
-    // Memory-bound with a million memberships: start loading all of the group's memberships before
-    // visiting any, so that their cache misses overlap.
-    g->intfPrefetch();
-    for (auto& is : g->intfIter()) is->membershipPrefetch();
-    for (auto ii = g->intfIter().begin(); ii; ++ii) {
-      Kiv::Ptr<IgmpIntfStatus> is = ii.currNodeNonStale();
-      if (!is) continue;
-      for (auto mi = is->membershipIter().begin(); mi; ++mi) {
-        // A million of these: the iterator's own hold keeps the membership, so no reference is
-        // taken unless the map changed under the iterator (then it may be gone).
-        if (mi.currNodeMaybeStale() && !mi.currNodeNonStale()) continue;
-        IgmpMembership* m = mi.ptr();
-        if (!m->sourceSize()) {
-          if (m->filterMode() == filterModeInclude) doIgmpGroupNoInfoMembership(gi.key(), is, m);
-          continue;
-        }
-        for (auto si = m->sourceIter().begin(); si; ++si) {
-          Kiv::Ptr<IgmpSourceMembership> s = si.currNodeNonStale();
-          if (!s) continue;
-          if (s->sourceAge() >= robustness) {
-            KIV_TRACE(coreTrace, 9, "Deleteing source " << si.key());
-            m->sourceDel(si.key());
-          } else {
-            KIV_TRACE(coreTrace, 9, "Incrementing source " << si.key());
-            s->sourceAgeIs(s->sourceAge() + 1);
-          }
-        }
-        if (m->filterMode() == filterModeInclude && !m->sourceSize())
-          doIgmpGroupNoInfoMembership(gi.key(), is, m);
+  // Exclude memberships without sources have nothing to age: only the set of the others is walked.
+  // Ending a membership or its last source takes it out of the set under the iterator.
+  for (auto it = agingMembership_.begin(); it; ++it) {
+    CoreMembershipSm* const* sm = it.value();
+    if (!sm) continue;
+    const Kiv::Ptr<IgmpMembership> m = (*sm)->membership();
+    if (!m->parent()) continue;  // ended; its machine is on its way out
+    const Kiv::Ptr<IgmpIntfStatus> is = (*sm)->intfSm()->intfStatus();
+    const IpAddr group = (*sm)->intfSm()->groupSm()->addr();
+    if (!m->sourceSize()) {
+      if (m->filterMode() == filterModeInclude) doIgmpGroupNoInfoMembership(group, is, m);
+      continue;
+    }
+    for (auto si = m->sourceIter().begin(); si; ++si) {
+      Kiv::Ptr<IgmpSourceMembership> s = si.currNodeNonStale();
+      if (!s) continue;
+      if (s->sourceAge() >= robustness) {
+        KIV_TRACE(coreTrace, 9, "Deleteing source " << si.key());
+        m->sourceDel(si.key());
+      } else {
+        KIV_TRACE(coreTrace, 9, "Incrementing source " << si.key());
+        s->sourceAgeIs(s->sourceAge() + 1);
       }
     }
+    if (m->filterMode() == filterModeInclude && !m->sourceSize()) doIgmpGroupNoInfoMembership(group, is, m);
   }
   status_->queryResponseIntervalIs(query.maxResponseCode() ? query.maxResponseSeconds() : 10.0);
   if (!contextConfig_ || !contextConfig_->deferConfidence()) confidenceIs(status_->robustness());
@@ -591,6 +582,21 @@ void CoreSm::moveMemberships(const Kiv::Ptr<IgmpIntfStatus const>& from, const K
     to->oldIntfIs(reporter, from->intf());
     to->oldIntfRefCountInc(from->intf(), 1);
   }
+}
+
+void CoreSm::agingMembershipIs(CoreMembershipSm& sm, bool aging) {
+  if (aging == (sm.agingKey() != 0)) return;
+  if (!aging) {
+    agingMembership_.erase(sm.agingKey());
+    sm.agingKeyIs(0);
+    return;
+  }
+  // Keys are handed out in turn; after four billion they wrap around past those still in use.
+  do {
+    ++lastAgingKey_;
+  } while (lastAgingKey_ == 0 || agingMembership_.find(lastAgingKey_));
+  agingMembership_.set(lastAgingKey_, &sm);
+  sm.agingKeyIs(lastAgingKey_);
 }
 
 void CoreSm::removeOldIntfInfo(const Kiv::Ptr<IgmpIntfStatus>& intfStatus, IpAddr reporter) {

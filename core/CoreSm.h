@@ -170,6 +170,11 @@ class CoreSm : public Kiv::StateMachine {
                        const Kiv::Ptr<IgmpIntfStatus>& toIntfStatus);
   void removeOldIntfInfo(const Kiv::Ptr<IgmpIntfStatus>& intfStatus, Lomax::IpAddr reporter);
 
+  // The memberships that a general query ages: those in include mode or with sources. Their machines
+  // keep the set, so that a query visits them and not the many exclude memberships without sources.
+  void agingMembershipIs(CoreMembershipSm& sm, bool aging);
+  size_t agingMembershipCount() const { return agingMembership_.size(); }
+
  protected:
   void kivZombieChildren(bool on) override;
 
@@ -206,6 +211,10 @@ class CoreSm : public Kiv::StateMachine {
   Kiv::Ptr<CorePeerSyncSm> syncSm_;
   Kiv::Ptr<::IgmpSnooping::IntfStateControls> intfStateControl_;
   Kiv::Ptr<CoreQuerierSm> querierSm_;
+  // Keyed by a number the core hands out, so that a query ages them in the same order on every run.
+  // Declared before the machines, whose destructors leave it.
+  Kiv::HashMap2018<uint32_t, CoreMembershipSm*> agingMembership_;
+  uint32_t lastAgingKey_ = 0;
   Kiv::SmMap<Lomax::IpAddr, CoreGroupMembershipSm> groupSm_;
   Kiv::SmMap<Lomax::IpAddr, CoreRouterSm> routerSm_;
   Kiv::SmMap<Lomax::IntfId, IntfQuerySpoofer> intfQuerySpoofer_;

@@ -100,7 +100,6 @@ class HashMap {
 
   HashMap() = default;
   size_t size() const { return t_.size(); }
-  void prefetch() const { t_.prefetch(); }
   bool empty() const { return t_.empty(); }
   V* find(const K& k) const { return t_.find(k); }
   // Inserts v under key k, replacing any value with the same key; returns the replaced one.
@@ -164,7 +163,6 @@ class HashMap2018 {
 
   HashMap2018() = default;
   size_t size() const { return t_.size(); }
-  void prefetch() const { t_.prefetch(); }
   bool empty() const { return t_.empty(); }
   const V* find(const K& k) const {
     Node* n = t_.find(k);

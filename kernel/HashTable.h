@@ -76,19 +76,6 @@ class HashTable {
     return nullptr;
   }
 
-  // Starts loading the first two lines of every bucket's head node: a walk of a small table that is
-  // about to begin then waits for memory once instead of once per node. Large tables are left alone.
-  void prefetch() const {
-    if (!size_ || log2_ > maxPrefetchLog2) return;
-    Node* const* b = buckets();
-    for (size_t i = 0, nb = capacity(); i < nb; ++i) {
-      if (b[i]) {
-        __builtin_prefetch(b[i]);
-        __builtin_prefetch(reinterpret_cast<const char*>(b[i]) + 64);
-      }
-    }
-  }
-
   void clear() {
     if (!size_) return;
     size_t nb = capacity();
@@ -133,7 +120,6 @@ class HashTable {
   }
 
  private:
-  static constexpr uint8_t maxPrefetchLog2 = 4;
   size_t capacity() const { return size_t(1) << log2_; }
   Node** buckets() const { return log2_ ? many_ : const_cast<Node**>(&one_); }
   size_t index(uint64_t o) const { return log2_ ? size_t(o >> (64 - log2_)) : 0; }

@@ -100,6 +100,46 @@ TEST_F(CoreSmTimelineTest, IncludeMembershipsAgeByGeneralQueriesOnly) {
   EXPECT_FALSE(membership("232.1.1.1", "Ethernet1", "10.0.0.1"));
 }
 
+// A general query ages only memberships with something to age; the set of them must follow every way
+// in which a membership gains or loses sources: reports, the query itself, and writes by others.
+TEST_F(CoreSmTimelineTest, GeneralQueriesAgeEveryMembershipWithSourcesWhoeverAddedThem) {
+  // One found in the status at start, as after a restart.
+  status->groupIs(ip("232.9.9.9"))->intfIs(IntfId("Ethernet2"))->membershipIs(ip("10.0.0.9"));
+  auto stored = membership("232.9.9.9", "Ethernet2", "10.0.0.9");
+  stored->igmpVersionIs(Gmp::Igmp::igmpVersion3);
+  stored->filterModeIs(Gmp::Igmp::filterModeInclude);
+  stored->sourceIs(ip("9.9.9.9"));
+  startCore();
+  EXPECT_EQ(core->agingMembershipCount(), 1u);
+
+  std::vector<IpAddr> src{ip("1.1.1.1"), ip("2.2.2.2")};
+  IgmpGroupRecord toEx(Gmp::Igmp::recordTypeChangeToExclude, ip("232.1.1.1"), SourceList(src));
+  rx("Ethernet1", host("10.0.0.1").igmpV3Report(std::span(&toEx, 1)));
+  rx("Ethernet1", host("10.0.0.2").igmpV2Report(ip("232.1.1.1")));  // nothing to age
+  auto excl = membership("232.1.1.1", "Ethernet1", "10.0.0.1");
+  ASSERT_TRUE(excl);
+  EXPECT_EQ(core->agingMembershipCount(), 2u);
+  // A source written straight into the entity, as the peer's sync does, joins it too.
+  auto plain = membership("232.1.1.1", "Ethernet1", "10.0.0.2");
+  plain->sourceIs(ip("3.3.3.3"));
+  EXPECT_EQ(core->agingMembershipCount(), 3u);
+
+  for (int i = 0; i < 3; ++i) query("10.0.0.254", Gmp::Igmp::igmpVersion3, 100);
+  // Robustness 2: ages 0, 1, 2, then deleted at the third query.
+  EXPECT_EQ(excl->sourceSize(), 0u);
+  EXPECT_EQ(plain->sourceSize(), 0u);
+  EXPECT_TRUE(membership("232.1.1.1", "Ethernet1", "10.0.0.1"));   // exclude {} stays until it times out
+  EXPECT_FALSE(membership("232.9.9.9", "Ethernet2", "10.0.0.9"));  // include {} ends
+  EXPECT_EQ(core->agingMembershipCount(), 0u);
+
+  // A membership that ends by its timer leaves the set with its machine.
+  rx("Ethernet3", host("10.0.0.5").igmpV3Report(std::span(&toEx, 1)));
+  EXPECT_EQ(core->agingMembershipCount(), 1u);
+  advance(261.0);
+  EXPECT_FALSE(membership("232.1.1.1", "Ethernet3", "10.0.0.5"));
+  EXPECT_EQ(core->agingMembershipCount(), 0u);
+}
+
 TEST_F(CoreSmTimelineTest, QuerierElectionLowestWinsUnlessSilentOrGone) {
   startCore();
   query("10.0.0.5", Gmp::Igmp::igmpVersion2, 100, "0.0.0.0", "Ethernet2");
