@@ -316,7 +316,7 @@ void CoreSm::doIgmpGroupNoInfo(IpAddr group, IntfId intf, IpAddr reporter) {
 bool CoreSm::checkReportPermittedByFilterProfile(IpAddr group, IntfId intf) const {
   KIV_TRACE(coreTrace, 8,
             "bool CoreSm::checkReportPermittedByFilterProfile for " << intf << "with group " << group);
-  if (!profileConfig_ || !contextConfig_) return true;
+  if (!profileConfig_ || !contextConfig_ || !profileConfig_->profileSize()) return true;
   // Asked of every report: the parent's type is told by its type table, without a dynamic_cast.
   const Kiv::Entity* parent = contextConfig_->parent();
   if (!parent || &parent->typeInfo() != &IgmpProtocolConfig::kivTypeInfo()) return true;

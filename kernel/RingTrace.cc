@@ -42,11 +42,12 @@ RingTrace::RingTrace(std::unique_ptr<RingStorage> storage, const std::string& na
   uint64_t offset = layout::headerBytes + layout::siteAreaBytes;
   for (uint32_t level = 0; level < layout::levels; ++level) {
     Level& l = levels_[level];
-    l.slots = slotsFor(sizesKiB, level);
-    l.base = l.slots ? storage_->bytes() + offset : nullptr;
+    const uint32_t slots = slotsFor(sizesKiB, level);
+    l.slots = slots ? slots : 1;
+    l.base = slots ? storage_->bytes() + offset : scratch_;
     h.levelOffset[level] = offset;
-    h.levelSlots[level] = l.slots;
-    offset += uint64_t{l.slots} * layout::slotBytes;
+    h.levelSlots[level] = slots;
+    offset += uint64_t{slots} * layout::slotBytes;
   }
   // The magic goes last: a reader never sees a half-made header as a ring.
   std::atomic_thread_fence(std::memory_order_release);

@@ -44,15 +44,12 @@ class RingTrace {
   // A text record's id, or 0 when the site area is full.
   uint32_t registerText(std::string_view text) { return registerSite("", 0, text); }
 
-  // Claims the oldest slot of the level and stamps it. A level without slots gets a scratch slot
-  // that endMsg leaves uncommitted. Both run for every trace statement, so they are inline.
+  // Claims the oldest slot of the level and stamps it. A level without slots of its own writes into
+  // a scratch slot outside the file. Both run for every trace statement, so they are inline.
   [[gnu::always_inline]] Slot startMsg(int level) {
     Level& l = levels_[level];
-    uint8_t* slot = scratch_;
-    if (l.slots) [[likely]] {
-      slot = l.base + size_t{l.next} * layout::slotBytes;
-      l.next = l.next + 1 == l.slots ? 0 : l.next + 1;
-    }
+    uint8_t* slot = l.base + size_t{l.next} * layout::slotBytes;
+    l.next = l.next + 1 == l.slots ? 0 : l.next + 1;
     storeSeq(slot + layout::trailerOffset, 0, std::memory_order_relaxed);
     std::atomic_thread_fence(std::memory_order_release);
     const double time = Kiv::timeSourceNow();
@@ -61,7 +58,7 @@ class RingTrace {
   }
   [[gnu::always_inline]] void endMsg(Slot slot, uint32_t site, int level, size_t payloadBytes,
                                      uint8_t flags) {
-    if (slot.bytes == scratch_ || site == 0) [[unlikely]]
+    if (site == 0) [[unlikely]]
       return;
     // site, level, flags and payload length fill the header's last eight bytes: one store.
     static_assert(offsetof(layout::SlotHeader, site) + 8 == sizeof(layout::SlotHeader));
