@@ -13,6 +13,27 @@
 
 namespace Kiv::detail {
 
+// The bits of each byte in reverse order.
+inline constexpr struct ReversedBytes {
+  uint8_t of[256];
+  constexpr ReversedBytes() : of() {
+    for (unsigned b = 0; b < 256; ++b) {
+      unsigned r = 0;
+      for (unsigned i = 0; i < 8; ++i) r |= ((b >> i) & 1u) << (7 - i);
+      of[b] = static_cast<uint8_t>(r);
+    }
+  }
+} reversedBytes;
+
+// The low `bits` bits of x in reverse order, that is reverseBits(x) >> (64 - bits) for bits in 1..64:
+// a table lookup per byte, so that a small table's bucket costs one.
+inline uint64_t reverseLowBits(uint64_t x, unsigned bits) {
+  uint64_t r = 0;
+  unsigned done = 0;
+  for (; done < bits; done += 8) r = r << 8 | reversedBytes.of[(x >> done) & 0xff];
+  return r >> (done - bits);
+}
+
 inline uint64_t reverseBits(uint64_t x) {
   x = ((x >> 1) & 0x5555555555555555ull) | ((x & 0x5555555555555555ull) << 1);
   x = ((x >> 2) & 0x3333333333333333ull) | ((x & 0x3333333333333333ull) << 2);
@@ -41,8 +62,9 @@ class HashTable {
 
   Node* find(const Key& k) const {
     if (!size_) return nullptr;
-    uint64_t o = order(k);
-    for (Node* n = bucket(o); n; n = n->kivNext) {
+    // Only the bucket is needed, not the whole reversed hash.
+    Node* n = buckets()[log2_ ? reverseLowBits(hashOf(k), log2_) : 0];
+    for (; n; n = n->kivNext) {
       if (Ops::key(n) == k) return n;
     }
     return nullptr;

@@ -39,6 +39,18 @@ TEST(HashMapTest, FindsInsertsReplacesAndGrowsKeepingEveryElement) {
   EXPECT_EQ(std::set<uint32_t>(keys.begin(), keys.end()).size(), 1000u);
 }
 
+// Lookup picks the bucket from the hash's low bits by table; it must agree with the full reversal that
+// orders the chains, or a lookup would miss what an insert filed.
+TEST(HashMapTest, BucketOfALookupIsTheTopOfTheReversedHash) {
+  uint64_t x = 0x9e3779b97f4a7c15ull;
+  for (int i = 0; i < 1000; ++i) {
+    x = Kiv::mixHash(x + i);
+    for (unsigned bits = 1; bits <= 64; ++bits) {
+      ASSERT_EQ(Kiv::detail::reverseLowBits(x, bits), Kiv::detail::reverseBits(x) >> (64 - bits)) << bits;
+    }
+  }
+}
+
 TEST(HashMapTest, KeyMustMatchTheValue) {
   Items m;
   EXPECT_DEATH(m.insert(1, Kiv::make<Item>(2)), "fwkKey\\(\\) == KeyFunktor\\(\\)\\( _value \\)");
