@@ -8,10 +8,18 @@
 // is filed again against the new C, landing at a lower level or in the due list. C jumps straight
 // to that tick, so empty stretches of any length cost nothing.
 //
-// Order. Where a timer sits depends on its tick and on C alone, so all timers due in one tick share
-// one list at every moment: arming appends, and a cascade moves a list in order and appends to
-// lists that can hold no timer of the same tick. Timers due in one tick therefore fire in the order
-// in which they were set, without sorting.
+// Pushing later. A million membership timers are pushed later by every report. Moving a timer means
+// unlinking it, which writes its neighbours: other timers, scattered in memory, two cache misses each
+// time. So a timer pushed to a tick at or after the one it is filed under stays where it is with its
+// new time; when the wheel reaches its list it files it by its real time, like any cascade. It never
+// fires early: a list's processing refiles every timer whose time has not come.
+//
+// Order. Every setting of a timer takes the next number of the wheel's count (seq_). Timers due in one
+// tick fire in the order of those numbers, the order in which they were last set. Arming appends and
+// a cascade appends in list order, which keeps that order, except after a push in place: a pushed timer
+// may land behind timers set after it. Such a list is marked unordered when it happens, and a level-0
+// list so marked is sorted by number (a merge sort over the links) before its timers go to the due list.
+
 #include "kernel/TimerWheel.h"
 
 #include <bit>
@@ -90,6 +98,7 @@ uint64_t TimerWheel::tickDueBy(Kiv::Seconds t) const {
 void TimerWheel::NotifieeConst::timeMinIs(Kiv::Seconds t) {
   if (Kiv::isNever(t)) t = Kiv::infinity;
   if (t == timeMin_) return;
+  if (bucket_ && wheel_->pushedInPlace(this, t)) return;
   disarm();
   timeMin_ = t;
   arm();
@@ -117,7 +126,20 @@ void TimerWheel::NotifieeConst::disarm() {
   if (bucket_) wheel_->unlink(this);
 }
 
+bool TimerWheel::pushedInPlace(NotifieeConst* n, Kiv::Seconds t) {
+  if (n->bucket_ == &due_ || Kiv::isNever(t)) return false;
+  const uint64_t tick = tickAtOrAfter(t);
+  if (tick < n->tick_) return false;
+  n->timeMin_ = t;
+  n->seq_ = ++seq_;
+  // Now set later than the timers behind it in a list it does not leave. (One that moves on is
+  // appended in order where it goes.)
+  if (tick == n->tick_ && n->wheelNext_) n->bucket_->unordered = true;
+  return true;
+}
+
 void TimerWheel::append(Bucket& b, NotifieeConst* n) {
+  if (b.tail && b.tail->seq_ > n->seq_) b.unordered = true;
   n->bucket_ = &b;
   n->wheelPrev_ = b.tail;
   n->wheelNext_ = nullptr;
@@ -131,7 +153,10 @@ void TimerWheel::unlink(NotifieeConst* n) {
   Bucket& b = *n->bucket_;
   (n->wheelPrev_ ? n->wheelPrev_->wheelNext_ : b.head) = n->wheelNext_;
   (n->wheelNext_ ? n->wheelNext_->wheelPrev_ : b.tail) = n->wheelPrev_;
-  if (!b.head && b.occupancy) *b.occupancy &= ~b.bit;
+  if (!b.head) {
+    b.unordered = false;
+    if (b.occupancy) *b.occupancy &= ~b.bit;
+  }
   n->bucket_ = nullptr;
   n->wheelPrev_ = n->wheelNext_ = nullptr;
 }
@@ -148,6 +173,7 @@ uint64_t TimerWheel::place(NotifieeConst* n) {
 }
 
 void TimerWheel::doArm(NotifieeConst* n) {
+  n->seq_ = ++seq_;
   n->tick_ = tickAtOrAfter(n->timeMin_);
   const uint64_t wake = place(n);
   // A turn in progress sets the clock once it is done.
@@ -166,16 +192,54 @@ void TimerWheel::advanceTo(uint64_t tick) {
     if (next > tick) break;
     current_ = next;
     Bucket& b = levels_[l]->slots[s];
+    if (l == 0 && b.unordered) sortBySeq(b);
     NotifieeConst* n = b.head;
     b.head = b.tail = nullptr;
+    b.unordered = false;
     *b.occupancy &= ~b.bit;
     while (n) {
       NotifieeConst* following = n->wheelNext_;
+      // Its real tick: it may have been pushed later in place.
+      n->tick_ = tickAtOrAfter(n->timeMin_);
       place(n);
       n = following;
     }
   }
   current_ = tick;
+}
+
+TimerWheel::NotifieeConst* TimerWheel::sortedBySeq(NotifieeConst* head, size_t n) {
+  if (n <= 1) {
+    if (head) head->wheelNext_ = nullptr;
+    return head;
+  }
+  NotifieeConst* second = head;
+  for (size_t i = 0; i < n / 2; ++i) second = second->wheelNext_;
+  NotifieeConst* a = sortedBySeq(head, n / 2);
+  NotifieeConst* b = sortedBySeq(second, n - n / 2);
+  NotifieeConst* merged = nullptr;
+  NotifieeConst** end = &merged;
+  while (a && b) {
+    NotifieeConst*& from = a->seq_ <= b->seq_ ? a : b;
+    *end = from;
+    end = &from->wheelNext_;
+    from = from->wheelNext_;
+  }
+  *end = a ? a : b;
+  return merged;
+}
+
+void TimerWheel::sortBySeq(Bucket& b) {
+  size_t n = 0;
+  for (NotifieeConst* i = b.head; i; i = i->wheelNext_) ++n;
+  b.head = sortedBySeq(b.head, n);
+  NotifieeConst* prev = nullptr;
+  for (NotifieeConst* i = b.head; i; i = i->wheelNext_) {
+    i->wheelPrev_ = prev;
+    prev = i;
+  }
+  b.tail = prev;
+  b.unordered = false;
 }
 
 Kiv::Seconds TimerWheel::nextWakeTime() const {

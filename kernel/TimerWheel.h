@@ -43,7 +43,11 @@ class TimerWheel : public Kiv::PtrInterface {
     Bucket* bucket_ = nullptr;
     NotifieeConst* wheelPrev_ = nullptr;
     NotifieeConst* wheelNext_ = nullptr;
+    // The tick of the list this timer sits in: its own tick, or an earlier one after it was pushed
+    // later in place (then the wheel files it anew when it reaches that list).
     uint64_t tick_ = 0;
+    // When it was last set, in the wheel's count of settings: the order of timers due in one tick.
+    uint64_t seq_ = 0;
     friend class TimerWheel;
   };
 
@@ -64,6 +68,8 @@ class TimerWheel : public Kiv::PtrInterface {
   struct Bucket {
     NotifieeConst* head = nullptr;
     NotifieeConst* tail = nullptr;
+    // Some timer in the list was set after one behind it: sort before firing.
+    bool unordered = false;
     // The level's occupancy word and this bucket's bit in it; null for the due list.
     uint64_t* occupancy = nullptr;
     uint64_t bit = 0;
@@ -84,6 +90,11 @@ class TimerWheel : public Kiv::PtrInterface {
   };
 
   void doArm(NotifieeConst* n);
+  // Pushes an armed timer to a time whose tick is not before the one it is filed under, in place;
+  // false if it must be moved now.
+  bool pushedInPlace(NotifieeConst* n, Kiv::Seconds t);
+  static NotifieeConst* sortedBySeq(NotifieeConst* head, size_t n);
+  static void sortBySeq(Bucket& b);
   void unlink(NotifieeConst* n);
   static void append(Bucket& b, NotifieeConst* n);
   // Files n by its tick relative to current_; returns the tick at which the wheel must next look at
@@ -105,6 +116,7 @@ class TimerWheel : public Kiv::PtrInterface {
   std::vector<std::unique_ptr<Level>> levels_;
   // Timers whose tick has come, in firing order.
   Bucket due_;
+  uint64_t seq_ = 0;
   // While a turn fires: the last timer of due_ that this turn fires; later ones wait for the next.
   NotifieeConst* fireLast_ = nullptr;
   bool inTurn_ = false;

@@ -5,7 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
+#include <random>
+#include <tuple>
 
 #include "kernel/ActivityManager.h"
 #include "tests/support/TimerProbe.h"
@@ -194,6 +197,80 @@ TEST_F(TimerWheelTest, MembershipTimeline) {
   am_->advanceBy(260);
   EXPECT_EQ(log_, (Log{"query@1000.00", "query@1125.00", "query@1250.00", "query@1375.00", "expire@1385.00",
                        "query@1500.00"}));
+}
+
+// Timers pushed later stay in place until the wheel reaches them; those pushed within their tick, or
+// filed behind timers set after them, must still fire in the order of their last setting. A model
+// with no wheel at all says what must fire, when and in which order; random settings (later, within
+// the same tick, earlier, cancelled) on a few crowded ticks and far levels, with uneven advances.
+TEST_F(TimerWheelTest, PushedTimersFireAsAModelSaysWhateverTheSettings) {
+  constexpr int timers = 60;
+  // The wheel's grid: the first tick at or after t.
+  auto tickOf = [](Kiv::Seconds t) {
+    auto tick = static_cast<int64_t>(std::ceil(t / 0.1));
+    if ((tick - 1) * 0.1 >= t) --tick;
+    if (tick * 0.1 < t) ++tick;
+    return tick;
+  };
+  for (unsigned seed = 1; seed <= 6; ++seed) {
+    std::mt19937 rng(seed);
+    log_.clear();
+    probes_.clear();
+    struct Model {
+      bool armed = false;
+      Kiv::Seconds time = 0;
+      int64_t tick = 0;
+      uint64_t seq = 0;
+    };
+    std::vector<Model> model(timers);
+    std::vector<Probe*> p;
+    for (int i = 0; i < timers; ++i) p.push_back(probe("t" + std::to_string(i)));
+    uint64_t seq = 0;
+    Log expected;
+    for (int step = 0; step < 400; ++step) {
+      const Kiv::Seconds now = Kiv::System::currentTime();
+      for (int k = 0; k < 5; ++k) {
+        const int i = static_cast<int>(rng() % timers);
+        Model& m = model[i];
+        Kiv::Seconds t;
+        switch (rng() % 6) {
+          case 0:  // cancel
+            t = Kiv::infinity;
+            break;
+          case 1:  // within the tick it has, if any
+            t = m.armed ? m.tick * 0.1 - 0.01 * (rng() % 5) : now + 1;
+            break;
+          case 2:  // far: a level or two up
+            t = now + 0.05 * (rng() % 100000);
+            break;
+          default:  // near, on a coarse grid, so that ticks are crowded
+            t = now + 0.05 * (2 + rng() % 200);
+        }
+        if (t <= now + 0.1) t = now + 0.15;
+        p[i]->timeMinIs(t);
+        if (Kiv::isNever(t)) {
+          m.armed = false;
+        } else if (!m.armed || t != m.time) {
+          m = Model{true, t, tickOf(t), ++seq};
+        }
+      }
+      const Kiv::Seconds to = now + (rng() % 10 == 0 ? 0.05 * (rng() % 20000) : 0.05 * (rng() % 60));
+      std::vector<std::tuple<int64_t, uint64_t, int>> due;
+      for (int i = 0; i < timers; ++i) {
+        if (model[i].armed && model[i].tick * 0.1 <= to) due.emplace_back(model[i].tick, model[i].seq, i);
+      }
+      std::sort(due.begin(), due.end());
+      for (auto& [tick, s, i] : due) {
+        expected.push_back("t" + std::to_string(i) + Kiv::format("@%.2f", tick * 0.1).stdString());
+        model[i].armed = false;
+      }
+      am_->advanceTo(to);
+      ASSERT_EQ(log_, expected) << "seed " << seed << " step " << step;
+      for (int i = 0; i < timers; ++i) {
+        ASSERT_EQ(p[i]->timeMin(), model[i].armed ? model[i].time : Kiv::infinity) << i;
+      }
+    }
+  }
 }
 
 }  // namespace
