@@ -16,6 +16,7 @@ ActivityManager* processLoop = nullptr;
 ActivityManager* processLoopMake() {
   static ActivityManager am;
   processLoop = &am;
+  stampAtUpdate();
   return processLoop;
 }
 
@@ -83,6 +84,7 @@ void ActivityManager::dispatch(const std::vector<Poller::Ready>& ready) {
 void ActivityManager::stampIs() {
   stamping_ = !clock_->isVirtual();
   if (stamping_) stamp_ = Clock::systemNow();
+  detail::stampAtUpdate();
 }
 
 void ActivityManager::runOnce() {
@@ -90,7 +92,10 @@ void ActivityManager::runOnce() {
   struct Restore {
     ActivityManager* am;
     bool stamping;
-    ~Restore() { am->stamping_ = stamping; }
+    ~Restore() {
+      am->stamping_ = stamping;
+      detail::stampAtUpdate();
+    }
   } restore{this, stamping_};
   stampIs();
   runDeferred();

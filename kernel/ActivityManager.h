@@ -43,6 +43,10 @@ class ActivityManager {
   // turn reads the clock once per phase (deferred work, fd handlers, timers) instead of once per
   // trace statement; outside a turn, and under virtual time, it is the clock's now.
   [[gnu::always_inline]] Seconds stampNow() const { return stamping_ ? stamp_ : clock_->now(); }
+  // Where stampNow() can be read, or null when it takes a reading of the system clock.
+  const Seconds* stampAt() const {
+    return stamping_ ? &stamp_ : clock_->isVirtual() ? clock_->virtualNowAt() : nullptr;
+  }
 
   bool isVirtualTime() const { return clock_->isVirtual(); }
   void virtualTimeIs(Seconds start) { clock_->virtualTimeIs(start); }

@@ -11,6 +11,13 @@
 
 namespace Kiv {
 
+namespace detail {
+// Where trace and log stamps can be read without a call (the loop's phase stamp, or its virtual time),
+// or null; kept by stampAtUpdate() whenever what it depends on changes.
+extern const double* stampAt;
+void stampAtUpdate();
+}  // namespace detail
+
 class Clock : public PtrInterface {
  public:
   class NotifieeConst : public NotifieeBase {
@@ -50,8 +57,17 @@ class Clock : public PtrInterface {
   // Seconds since the epoch: the system clock, or the virtual time that tests and replay set by hand.
   [[gnu::always_inline]] Seconds now() const { return virtual_ ? virtualNow_ : systemNow(); }
   bool isVirtual() const { return virtual_; }
-  void virtualTimeIs(Seconds t) { virtual_ = true, virtualNow_ = t; }
-  void systemTimeIs() { virtual_ = false; }
+  void virtualTimeIs(Seconds t) {
+    const bool was = virtual_;
+    virtual_ = true, virtualNow_ = t;
+    if (!was) detail::stampAtUpdate();
+  }
+  void systemTimeIs() {
+    virtual_ = false;
+    detail::stampAtUpdate();
+  }
+  // Where a virtual time is kept: it follows every change of it.
+  const Seconds* virtualNowAt() const { return &virtualNow_; }
 
   // The earliest pending wake-up, or infinity.
   Seconds nextTime() const { return pending_.empty() ? infinity : pending_.begin()->first; }

@@ -6,8 +6,17 @@ namespace Kiv {
 
 namespace detail {
 TimeSourceFn timeSource = nullptr;
-}
+const double* stampAt = nullptr;
 
-void timeSourceIs(TimeSourceFn fn) { detail::timeSource = fn; }
+// An installed source is always called; the loop's stamp is read in place when it is kept somewhere.
+void stampAtUpdate() { stampAt = timeSource || !processLoop ? nullptr : processLoop->stampAt(); }
+
+Seconds timeSourceSlow() { return timeSource ? timeSource() : activityManager()->stampNow(); }
+}  // namespace detail
+
+void timeSourceIs(TimeSourceFn fn) {
+  detail::timeSource = fn;
+  detail::stampAtUpdate();
+}
 
 }  // namespace Kiv

@@ -17,9 +17,16 @@ namespace detail {
 extern TimeSourceFn timeSource;
 }  // namespace detail
 
-// Read by every trace statement: with the default source, a few loads and no call.
+namespace detail {
+Seconds timeSourceSlow();
+}
+
+// Read by every trace statement: inside a turn of the loop, or under virtual time, one load through
+// stampAt; otherwise a call.
 [[gnu::always_inline]] inline Seconds timeSourceNow() {
-  return detail::timeSource ? detail::timeSource() : activityManager()->stampNow();
+  if (const Seconds* at = detail::stampAt) [[likely]]
+    return *at;
+  return detail::timeSourceSlow();
 }
 
 }  // namespace Kiv

@@ -77,7 +77,16 @@ TEST(ActivityManagerTest, SystemTimeStampsOncePerPhaseAndLiveOutsideATurn) {
     am->runOnce();
     am->advanceBy(1.5);
     EXPECT_EQ(Kiv::timeSourceNow(), 251.5);
+    // An installed source wins over the loop until it is removed.
+    Kiv::timeSourceIs([] { return Kiv::Seconds(42); });
+    EXPECT_EQ(Kiv::timeSourceNow(), 42);
+    am->runOnce();
+    EXPECT_EQ(Kiv::timeSourceNow(), 42);
+    Kiv::timeSourceIs(nullptr);
+    EXPECT_EQ(Kiv::timeSourceNow(), 251.5);
   }
+  // Back on system time and outside a turn: live readings, not the virtual time or a turn's stamp.
+  EXPECT_GT(Kiv::timeSourceNow(), first);
 }
 
 class ScriptedPoller : public Kiv::Poller {
