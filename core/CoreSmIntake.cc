@@ -33,10 +33,10 @@ void CoreSm::doRxPkt(IntfId intf, Kiv::Ptr<Lomax::Pkt> pkt, Kiv::Ptr<IgmpSnoopin
   KIV_ASSERT_TEXT(enabledIntf(intf), "enabledIntf( intf )");
   Lomax::IpHdr ipHdr(pkt->offsetFront());
   pkt->beginOffsetInc(static_cast<int16_t>(ipHdr.headerBytes()));
-  if (pkt->offsetBytes() > ipHdr.payloadLen()) {
-    KIV_TRACE(packetTrace, 9,
-              "Truncating pkt to ip len: " << pkt->offsetBytes() << " vs. " << ipHdr.payloadLen());
-    pkt->endOffsetInc(static_cast<uint16_t>(pkt->offsetBytes() - ipHdr.payloadLen()));
+  const uint16_t payloadLen = ipHdr.payloadLen();
+  if (pkt->offsetBytes() > payloadLen) {
+    KIV_TRACE(packetTrace, 9, "Truncating pkt to ip len: " << pkt->offsetBytes() << " vs. " << payloadLen);
+    pkt->endOffsetInc(static_cast<uint16_t>(pkt->offsetBytes() - payloadLen));
   }
   switch (ipHdr.protocol()) {
     case Lomax::ipProtocolIgmp:
@@ -93,9 +93,9 @@ void CoreSm::doParseIgmp(IntfId intf, Kiv::Ptr<Lomax::Pkt> pkt, Lomax::IpHdr ipH
     return;
   }
   // Over the IP length, not the span: a span shorter than the IP length is short of bytes and fails.
-  if (span < ipHdr.payloadLen() ||
-      !(Lomax::IgmpCommonHdr(pkt->offsetFront()).computedChecksum(ipHdr.payloadLen()) ==
-        Lomax::zeroChecksum)) {
+  const uint16_t payloadLen = ipHdr.payloadLen();
+  if (span < payloadLen ||
+      !(Lomax::IgmpCommonHdr(pkt->offsetFront()).computedChecksum(payloadLen) == Lomax::zeroChecksum)) {
     KIV_TRACE(packetTrace, 6, "Dropping packet with bad IGMP checksum on " << intf);
     counter->inPktBadIgmpChecksumInc(1);
     return;
