@@ -2,7 +2,8 @@
 // clock. A million version 2 memberships over 32,768 groups, 4 ports and 8 reporters per group and
 // port: joins, refreshes, version 3 reports, a general query, and a wheel tick that ends 100,000.
 // With IGMPSNOOP_CORE_BENCH_REFRESHES=N only a small population (IGMPSNOOP_CORE_BENCH_POPULATION,
-// 65,536 unless set) and N refreshes run, for callgrind.
+// 65,536 unless set) and N refreshes run, then on request general queries and version 3 reports: the
+// profiling mode, for callgrind and perf.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -256,8 +257,8 @@ void BM_CoreAtScale(benchmark::State& state) {
   }
 }
 
-// The callgrind mode: a smaller warm population, then n refreshes in scattered order. The refreshes
-// run in a function of their own, for callgrind's --toggle-collect.
+// The profiling mode: a smaller warm population, then n refreshes in scattered order. Each kind of
+// work runs in a function of its own, for callgrind's --toggle-collect.
 [[gnu::noipa]] void refreshes(Scene& b, Vlan& vlan, const Frames& frames) { b.feed(vlan, frames); }
 [[gnu::noipa]] void v3Refreshes(Scene& b, Vlan& vlan, const Frames& frames) { b.feed(vlan, frames); }
 [[gnu::noipa]] void generalQuery(Vlan& vlan, const Frames& query) { vlan.rx(query, 0); }
