@@ -259,20 +259,21 @@ void BM_CoreAtScale(benchmark::State& state) {
 
 // The profiling mode: a smaller warm population, then n refreshes in scattered order. Each kind of
 // work runs in a function of its own, for callgrind's --toggle-collect.
+[[gnu::noipa]] void joins(Scene& b, Vlan& vlan, const Frames& frames) { b.feed(vlan, frames); }
 [[gnu::noipa]] void refreshes(Scene& b, Vlan& vlan, const Frames& frames) { b.feed(vlan, frames); }
 [[gnu::noipa]] void v3Refreshes(Scene& b, Vlan& vlan, const Frames& frames) { b.feed(vlan, frames); }
 [[gnu::noipa]] void generalQuery(Vlan& vlan, const Frames& query) { vlan.rx(query, 0); }
 
 void BM_CoreRefreshOnly(benchmark::State& state, uint32_t n) {
   const char* pop = std::getenv("IGMPSNOOP_CORE_BENCH_POPULATION");
-  const uint32_t population = pop ? uint32_t(std::atoi(pop)) : 65536;
+  const uint32_t populationSize = pop ? uint32_t(std::atoi(pop)) : 65536;
   for (auto _ : state) {
     Scene b;
-    const Frames joins = v2Reports(population, inOrder);
+    const Frames population = v2Reports(populationSize, inOrder);
     const Frames frames =
-        v2Reports(n, [population](uint32_t i) { return scattered(population)(i % population); });
+        v2Reports(n, [populationSize](uint32_t i) { return scattered(populationSize)(i % populationSize); });
     Vlan vlan(10, b.wheel, b.wheel2);
-    b.feed(vlan, joins);
+    joins(b, vlan, population);
     refreshes(b, vlan, frames);
     // With IGMPSNOOP_CORE_BENCH_QUERIES=Q, then Q general queries.
     if (const char* q = std::getenv("IGMPSNOOP_CORE_BENCH_QUERIES")) {
