@@ -36,7 +36,9 @@ IntfId CoreMembershipSm::intfId() const {
   return intfStatus ? static_cast<const IgmpIntfStatus*>(intfStatus)->intf() : intfSm_->intfId();
 }
 
-CoreMembershipSm::~CoreMembershipSm() { coreSm_->agingMembershipIs(*this, false); }
+CoreMembershipSm::~CoreMembershipSm() {
+  if (agingKey_) coreSm_->agingMembershipIs(*this, false);
+}
 
 void CoreMembershipSm::handleInitialized() {
   initialized_ = true;
