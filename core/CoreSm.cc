@@ -52,6 +52,7 @@ CoreSm::CoreSm(Kiv::Ptr<Config const> config, Kiv::Ptr<IgmpContextStatus> status
   coreSmRestoreTimer_.notifierIs(timerWheel_);
   querierNotPresentTimer_.notifierIs(timerWheel2_);
   groupLimitExceededTimer_.notifierIs(timerWheel_);
+  kivStatus_.kivInterestIs(IgmpContextStatus::NotifieeConst::kivInterestOf<KivStatus>());
   kivStatus_.notifierIs(status_);
   handleInitialized();
 }

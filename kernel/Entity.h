@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "kernel/HashMap.h"
@@ -77,6 +78,12 @@ class Entity : public PtrInterface {
 };
 
 // A notifiee of some entity type: the generated NotifieeConst of each type derives from this.
+namespace detail {
+constexpr uint64_t interestBit(uint16_t id, bool interested) {
+  return interested && id < 64 ? uint64_t{1} << id : 0;
+}
+}  // namespace detail
+
 class EntityNotifieeBase : public ListedNotifiee {
  public:
   using ListedNotifiee::ListedNotifiee;
@@ -84,6 +91,14 @@ class EntityNotifieeBase : public ListedNotifiee {
   virtual void kivOnAttr(uint16_t id, const void* key) = 0;
   // Runs every keyless stub in declared order, as if everything had just changed.
   virtual void kivSweep() = 0;
+  // The attributes whose changes reach kivOnAttr, one bit per attribute id; ids from 64 up always do.
+  // All of them unless the reactor says otherwise (E::NotifieeConst::kivInterestOf<R>() says which
+  // stubs R overrides): a counter bumped by every packet then costs nothing to those that ignore it.
+  void kivInterestIs(uint64_t mask) { interest_ = mask; }
+  bool kivInterested(uint16_t id) const { return id >= 64 || (interest_ >> id & 1); }
+
+ private:
+  uint64_t interest_ = ~uint64_t{0};
 };
 
 template <class E>
@@ -106,8 +121,13 @@ class EntityNotifiee : public EntityNotifieeBase {
 
 inline void Entity::kivNotify(uint16_t id, const void* key) const {
   if (notifiees_.empty() || !hasNotificationActive()) return;
+  auto interested = [id](ListedNotifiee* n) {
+    return static_cast<EntityNotifieeBase*>(n)->kivInterested(id);
+  };
+  if (!notifiees_.any(interested)) return;
   Ptr<Entity const> hold(references() ? this : nullptr);
-  notifiees_.visit([&](ListedNotifiee* n) { static_cast<EntityNotifieeBase*>(n)->kivOnAttr(id, key); });
+  notifiees_.visit(interested,
+                   [&](ListedNotifiee* n) { static_cast<EntityNotifieeBase*>(n)->kivOnAttr(id, key); });
 }
 
 // An entity with a name of its own (directories, singletons, configuration roots).

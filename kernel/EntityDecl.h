@@ -136,6 +136,17 @@
 #define KIV_CASE_ordered KIV_CASE_values
 #define KIV_CASE_entities KIV_CASE_values
 
+// A reactor R is interested in an attribute when it overrides one of its stubs: an inherited stub's
+// member pointer has the type of the class that declares it.
+#define KIV_OVERRIDES(stub) !std::is_same_v<decltype(&R::stub), decltype(&NotifieeConst::stub)>
+#define KIV_INTEREST_scalar(n, N, ...) | ::Kiv::detail::interestBit(Self_::kivAttr_##n, KIV_OVERRIDES(on##N))
+#define KIV_INTEREST_counter KIV_INTEREST_scalar
+#define KIV_INTEREST_child KIV_INTEREST_scalar
+#define KIV_INTEREST_values(n, N, ...) \
+  | ::Kiv::detail::interestBit(Self_::kivAttr_##n, KIV_OVERRIDES(on##N) || KIV_OVERRIDES(on##N##kivImmediate))
+#define KIV_INTEREST_ordered KIV_INTEREST_values
+#define KIV_INTEREST_entities KIV_INTEREST_values
+
 #define KIV_SWEEP_scalar(n, N, ...) \
   if (this->kivIsZombie()) return;  \
   on##N();
@@ -177,38 +188,44 @@
 #define KIV_X_STUB(kind, ...) KIV_STUB_##kind(__VA_ARGS__)
 #define KIV_X_CASE(kind, ...) KIV_CASE_##kind(__VA_ARGS__)
 #define KIV_X_SWEEP(kind, ...) KIV_SWEEP_##kind(__VA_ARGS__)
+#define KIV_X_INTEREST(kind, ...) KIV_INTEREST_##kind(__VA_ARGS__)
 #define KIV_X_REFL(kind, ...) KIV_REFL_##kind(__VA_ARGS__)
 #define KIV_X_ORPHAN(kind, ...) KIV_ORPHAN_##kind(__VA_ARGS__)
 #define KIV_X_ID(kind, n, ...) kivAttr_##n,
 
-#define KIV_ENTITY_BODY(Self, ATTRS)                                         \
- public:                                                                     \
-  using Self_ = Self;                                                        \
-  enum KivAttr : uint16_t { ATTRS(KIV_X_ID) kivAttrCount };                  \
-  ATTRS(KIV_X_API)                                                           \
-  class NotifieeConst : public ::Kiv::EntityNotifiee<Self> {                 \
-   public:                                                                   \
-    using ::Kiv::EntityNotifiee<Self>::EntityNotifiee;                       \
-    ATTRS(KIV_X_STUB)                                                        \
-    void kivOnAttr(uint16_t id, [[maybe_unused]] const void* key) override { \
-      switch (id) {                                                          \
-        ATTRS(KIV_X_CASE)                                                    \
-        default:                                                             \
-          break;                                                             \
-      }                                                                      \
-    }                                                                        \
-    void kivSweep() override { ATTRS(KIV_X_SWEEP) }                          \
-  };                                                                         \
-  static const ::Kiv::TypeInfo& kivTypeInfo() {                              \
-    static const ::Kiv::TypeInfo info{#Self, {ATTRS(KIV_X_REFL)}};           \
-    return info;                                                             \
-  }                                                                          \
-  const ::Kiv::TypeInfo& typeInfo() const override { return kivTypeInfo(); } \
-  ~Self() override { ATTRS(KIV_X_ORPHAN) }                                   \
-                                                                             \
- private:                                                                    \
-  ATTRS(KIV_X_DATA)                                                          \
-                                                                             \
+#define KIV_ENTITY_BODY(Self, ATTRS)                                             \
+ public:                                                                         \
+  using Self_ = Self;                                                            \
+  enum KivAttr : uint16_t { ATTRS(KIV_X_ID) kivAttrCount };                      \
+  ATTRS(KIV_X_API)                                                               \
+  class NotifieeConst : public ::Kiv::EntityNotifiee<Self> {                     \
+   public:                                                                       \
+    using ::Kiv::EntityNotifiee<Self>::EntityNotifiee;                           \
+    ATTRS(KIV_X_STUB)                                                            \
+    void kivOnAttr(uint16_t id, [[maybe_unused]] const void* key) override {     \
+      switch (id) {                                                              \
+        ATTRS(KIV_X_CASE)                                                        \
+        default:                                                                 \
+          break;                                                                 \
+      }                                                                          \
+    }                                                                            \
+    void kivSweep() override { ATTRS(KIV_X_SWEEP) }                              \
+    /* The attributes whose stubs the reactor R overrides, for kivInterestIs. */ \
+    template <class R>                                                           \
+    static constexpr uint64_t kivInterestOf() {                                  \
+      return 0 ATTRS(KIV_X_INTEREST);                                            \
+    }                                                                            \
+  };                                                                             \
+  static const ::Kiv::TypeInfo& kivTypeInfo() {                                  \
+    static const ::Kiv::TypeInfo info{#Self, {ATTRS(KIV_X_REFL)}};               \
+    return info;                                                                 \
+  }                                                                              \
+  const ::Kiv::TypeInfo& typeInfo() const override { return kivTypeInfo(); }     \
+  ~Self() override { ATTRS(KIV_X_ORPHAN) }                                       \
+                                                                                 \
+ private:                                                                        \
+  ATTRS(KIV_X_DATA)                                                              \
+                                                                                 \
  public:
 
 #define KIV_ENTITY_KEYED(Self, K, keyName, ATTRS)         \

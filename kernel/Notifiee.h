@@ -43,7 +43,15 @@ class NotifieeList {
 
   // Calls fn(n) for each member that is not a zombie, holding its owner meanwhile.
   template <class Fn>
-  void visit(Fn&& fn);
+  void visit(Fn&& fn) {
+    visit([](ListedNotifiee*) { return true; }, fn);
+  }
+  // The same for the members for which wants(n) holds; the others are passed over before any hold.
+  template <class Wants, class Fn>
+  void visit(Wants&& wants, Fn&& fn);
+  // Whether wants(n) holds for some member.
+  template <class Wants>
+  bool any(Wants&& wants) const;
 
  private:
   struct Visit {
@@ -110,8 +118,16 @@ class ListedNotifiee : public NotifieeBase {
   friend class NotifieeList;
 };
 
-template <class Fn>
-void NotifieeList::visit(Fn&& fn) {
+template <class Wants>
+bool NotifieeList::any(Wants&& wants) const {
+  for (ListedNotifiee* n = head_; n; n = n->next_) {
+    if (wants(n)) return true;
+  }
+  return false;
+}
+
+template <class Wants, class Fn>
+void NotifieeList::visit(Wants&& wants, Fn&& fn) {
   Visit v{this, head_, activeVisits_};
   activeVisits_ = &v;
   struct Pop {
@@ -121,7 +137,7 @@ void NotifieeList::visit(Fn&& fn) {
   while (v.list && v.next) {
     ListedNotifiee* n = v.next;
     v.next = n->next_;
-    if (n->kivIsZombie()) continue;
+    if (!wants(n) || n->kivIsZombie()) continue;
     KeepAlive hold(n->kivOwner());
     fn(n);
   }

@@ -61,6 +61,38 @@ TEST(EntityTest, AttachSweepRunsKeylessStubsInDeclaredOrderOnce) {
   EXPECT_TRUE(rec->calls.empty());
 }
 
+// A reactor that declares its interest is reached only for the attributes whose stubs it overrides,
+// keyed or not; a generic observer and an undeclared reactor still see everything.
+TEST(EntityTest, DeclaredInterestPassesOverOtherAttributes) {
+  constexpr uint64_t interest = Node::NotifieeConst::kivInterestOf<Recorder>();
+  static_assert(interest == (1u << Node::kivAttr_count | 1u << Node::kivAttr_label |
+                             1u << Node::kivAttr_best | 1u << Node::kivAttr_leaf | 1u << Node::kivAttr_seen));
+  struct Generic : Node::NotifieeConst {
+    std::vector<uint16_t> ids;
+    void kivOnAttr(uint16_t id, const void*) override { ids.push_back(id); }
+  };
+  auto node = Kiv::make<Node>("n");
+  auto rec = Kiv::make<Recorder>();
+  rec->kivInterestIs(interest);
+  rec->notifierIs(node);
+  auto generic = Kiv::make<Generic>();
+  generic->kivInterestIs(Node::NotifieeConst::kivInterestOf<Generic>());  // overrides no stub
+  generic->notifierIs(node);
+  auto plain = Kiv::make<Generic>();
+  plain->notifierIs(node);
+  rec->calls.clear();
+
+  node->rxInc(1);
+  node->expireIs(5.0);
+  EXPECT_TRUE(rec->calls.empty());
+  node->countIs(2);
+  node->leafIs(3);
+  EXPECT_EQ(rec->calls, (std::vector<std::string>{"count", "leaf 3"}));
+  EXPECT_TRUE(generic->ids.empty());
+  EXPECT_EQ(plain->ids, (std::vector<uint16_t>{Node::kivAttr_rx, Node::kivAttr_expire, Node::kivAttr_count,
+                                               Node::kivAttr_leaf}));
+}
+
 TEST(EntityTest, ChildCollectionsCreateOnceAndNotifyPerKey) {
   auto node = Kiv::make<Node>("n");
   auto rec = Kiv::make<Recorder>();
