@@ -1,5 +1,6 @@
 // Arm plus cancel of one timer with a million pending: the wheel against the clock's multimap, in
-// one run so that the ratio holds on a noisy machine.
+// one run so that the ratio holds on a noisy machine. And the membership refresh pattern: one of the
+// million pending timers, picked at random, pushed later.
 #include <benchmark/benchmark.h>
 
 #include <chrono>
@@ -77,6 +78,22 @@ BENCHMARK(BM_WheelArmCancel);
 void BM_MultimapArmCancel(benchmark::State& state) { multimapNs = armCancel(state, setup().clockProbe); }
 BENCHMARK(BM_MultimapArmCancel);
 
+double rearmNs = 0;
+
+void BM_WheelRearmScattered(benchmark::State& state) {
+  Setup& s = setup();
+  uint64_t seed = 7;
+  const auto t0 = std::chrono::steady_clock::now();
+  for (auto _ : state) {
+    seed = seed * 6364136223846793005ull + 1442695040888963407ull;
+    Bez::TimerWheel::NotifieeConst& n = s.wheelTimers[(seed >> 33) % pendingCount];
+    n.timeMinIs(n.timeMin() + 0.25);
+  }
+  const double ns = std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - t0).count();
+  rearmNs = ns / static_cast<double>(state.iterations());
+}
+BENCHMARK(BM_WheelRearmScattered);
+
 void BM_Report(benchmark::State& state) {
   for (auto _ : state) {
   }
@@ -87,6 +104,7 @@ void BM_Report(benchmark::State& state) {
   Bench::result("multimap_arm_cancel_ns", multimapNs, "ns");
   Bench::result("wheel_speedup", multimapNs / wheelNs, "x");
   Bench::result("wheel_arm_cancel_allocations", static_cast<double>(wheelAllocs), "count");
+  Bench::result("wheel_rearm_scattered_ns", rearmNs, "ns");
 }
 BENCHMARK(BM_Report)->Iterations(1);
 

@@ -17,8 +17,10 @@
 // Order. Every setting of a timer takes the next number of the wheel's count (seq_). Timers due in one
 // tick fire in the order of those numbers, the order in which they were last set. Arming appends and
 // a cascade appends in list order, which keeps that order, except after a push in place: a pushed timer
-// may land behind timers set after it. Such a list is marked unordered when it happens, and a level-0
-// list so marked is sorted by number (a merge sort over the links) before its timers go to the due list.
+// may sit ahead of timers set after it, or land behind them when it is filed anew. Timers reach the
+// due list only while one list is processed (level 0, or a higher level at the first tick of its
+// span), so that processing compares each timer it sends there with the one sent before it, and
+// merge-sorts what it sent, by number, only when some pair was out of order.
 
 #include "kernel/TimerWheel.h"
 
@@ -132,14 +134,10 @@ bool TimerWheel::pushedInPlace(NotifieeConst* n, Kiv::Seconds t) {
   if (tick < n->tick_) return false;
   n->timeMin_ = t;
   n->seq_ = ++seq_;
-  // Now set later than the timers behind it in a list it does not leave. (One that moves on is
-  // appended in order where it goes.)
-  if (tick == n->tick_ && n->wheelNext_) n->bucket_->unordered = true;
   return true;
 }
 
 void TimerWheel::append(Bucket& b, NotifieeConst* n) {
-  if (b.tail && b.tail->seq_ > n->seq_) b.unordered = true;
   n->bucket_ = &b;
   n->wheelPrev_ = b.tail;
   n->wheelNext_ = nullptr;
@@ -153,10 +151,7 @@ void TimerWheel::unlink(NotifieeConst* n) {
   Bucket& b = *n->bucket_;
   (n->wheelPrev_ ? n->wheelPrev_->wheelNext_ : b.head) = n->wheelNext_;
   (n->wheelNext_ ? n->wheelNext_->wheelPrev_ : b.tail) = n->wheelPrev_;
-  if (!b.head) {
-    b.unordered = false;
-    if (b.occupancy) *b.occupancy &= ~b.bit;
-  }
+  if (!b.head && b.occupancy) *b.occupancy &= ~b.bit;
   n->bucket_ = nullptr;
   n->wheelPrev_ = n->wheelNext_ = nullptr;
 }
@@ -192,18 +187,23 @@ void TimerWheel::advanceTo(uint64_t tick) {
     if (next > tick) break;
     current_ = next;
     Bucket& b = levels_[l]->slots[s];
-    if (l == 0 && b.unordered) sortBySeq(b);
     NotifieeConst* n = b.head;
     b.head = b.tail = nullptr;
-    b.unordered = false;
     *b.occupancy &= ~b.bit;
+    NotifieeConst* const dueBefore = due_.tail;
+    size_t dueCount = 0;
+    bool dueUnordered = false;
     while (n) {
       NotifieeConst* following = n->wheelNext_;
       // Its real tick: it may have been pushed later in place.
       n->tick_ = tickAtOrAfter(n->timeMin_);
       place(n);
+      if (n->bucket_ == &due_) {
+        if (dueCount++ && n->wheelPrev_->seq_ > n->seq_) dueUnordered = true;
+      }
       n = following;
     }
+    if (dueUnordered) sortDueAfter(dueBefore, dueCount);
   }
   current_ = tick;
 }
@@ -229,17 +229,15 @@ TimerWheel::NotifieeConst* TimerWheel::sortedBySeq(NotifieeConst* head, size_t n
   return merged;
 }
 
-void TimerWheel::sortBySeq(Bucket& b) {
-  size_t n = 0;
-  for (NotifieeConst* i = b.head; i; i = i->wheelNext_) ++n;
-  b.head = sortedBySeq(b.head, n);
-  NotifieeConst* prev = nullptr;
-  for (NotifieeConst* i = b.head; i; i = i->wheelNext_) {
+void TimerWheel::sortDueAfter(NotifieeConst* before, size_t n) {
+  NotifieeConst*& first = before ? before->wheelNext_ : due_.head;
+  first = sortedBySeq(first, n);
+  NotifieeConst* prev = before;
+  for (NotifieeConst* i = first; i; i = i->wheelNext_) {
     i->wheelPrev_ = prev;
     prev = i;
   }
-  b.tail = prev;
-  b.unordered = false;
+  due_.tail = prev;
 }
 
 Kiv::Seconds TimerWheel::nextWakeTime() const {

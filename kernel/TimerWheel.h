@@ -68,8 +68,6 @@ class TimerWheel : public Kiv::PtrInterface {
   struct Bucket {
     NotifieeConst* head = nullptr;
     NotifieeConst* tail = nullptr;
-    // Some timer in the list was set after one behind it: sort before firing.
-    bool unordered = false;
     // The level's occupancy word and this bucket's bit in it; null for the due list.
     uint64_t* occupancy = nullptr;
     uint64_t bit = 0;
@@ -94,7 +92,8 @@ class TimerWheel : public Kiv::PtrInterface {
   // false if it must be moved now.
   bool pushedInPlace(NotifieeConst* n, Kiv::Seconds t);
   static NotifieeConst* sortedBySeq(NotifieeConst* head, size_t n);
-  static void sortBySeq(Bucket& b);
+  // Sorts the last n timers of the due list, those after `before` (null: the whole list).
+  void sortDueAfter(NotifieeConst* before, size_t n);
   void unlink(NotifieeConst* n);
   static void append(Bucket& b, NotifieeConst* n);
   // Files n by its tick relative to current_; returns the tick at which the wheel must next look at

@@ -202,7 +202,8 @@ TEST_F(TimerWheelTest, MembershipTimeline) {
 // Timers pushed later stay in place until the wheel reaches them; those pushed within their tick, or
 // filed behind timers set after them, must still fire in the order of their last setting. A model
 // with no wheel at all says what must fire, when and in which order; random settings (later, within
-// the same tick, earlier, cancelled) on a few crowded ticks and far levels, with uneven advances.
+// the same tick, earlier, cancelled) on a few crowded ticks, far levels and the first ticks of spans
+// (which timers reach straight from a higher level), with uneven advances.
 TEST_F(TimerWheelTest, PushedTimersFireAsAModelSaysWhateverTheSettings) {
   constexpr int timers = 60;
   // The wheel's grid: the first tick at or after t.
@@ -233,7 +234,7 @@ TEST_F(TimerWheelTest, PushedTimersFireAsAModelSaysWhateverTheSettings) {
         const int i = static_cast<int>(rng() % timers);
         Model& m = model[i];
         Kiv::Seconds t;
-        switch (rng() % 6) {
+        switch (rng() % 7) {
           case 0:  // cancel
             t = Kiv::infinity;
             break;
@@ -242,6 +243,9 @@ TEST_F(TimerWheelTest, PushedTimersFireAsAModelSaysWhateverTheSettings) {
             break;
           case 2:  // far: a level or two up
             t = now + 0.05 * (rng() % 100000);
+            break;
+          case 3:  // the first tick of a coming span of 64 ticks, reached by cascading from above
+            t = (std::floor(now / 6.4) + 1 + rng() % 3) * 6.4 - 0.01 * (rng() % 5);
             break;
           default:  // near, on a coarse grid, so that ticks are crowded
             t = now + 0.05 * (2 + rng() % 200);
