@@ -17,6 +17,7 @@
 #pragma once
 
 #include <ostream>
+#include <vector>
 
 #include "core/CoreMembershipSm.h"
 #include "core/CorePeerSyncSm.h"
@@ -199,10 +200,14 @@ class CoreSm : public Kiv::StateMachine {
                      IgmpSnoopingPktType pktType, const Kiv::Ptr<IgmpSnoopingFlooder>& flooder);
   void doReviewGroupList();
   void doDeleteAllSources(const Kiv::Ptr<IgmpMembership>& membership);
+  // The interface's counters, asked of every packet: kept by intern index, so that the lookup by name
+  // runs once per interface and again only after the counters were removed from the directory.
+  const Kiv::Ptr<IgmpContextIntfCounter>& intfCounter(Lomax::IntfId intf);
 
   Kiv::Ptr<Config const> config_;
   Kiv::Ptr<IgmpContextStatus> status_;
   Kiv::Ptr<IgmpCounterDir> counterDir_;
+  std::vector<Kiv::Ptr<IgmpContextIntfCounter>> intfCounters_;
   Kiv::Ptr<IgmpContextConfig const> contextConfig_;
   Kiv::Ptr<IgmpProfile::ProfileConfig const> profileConfig_;
   Kiv::Ptr<Bez::TimerWheel const> timerWheel_;

@@ -81,10 +81,19 @@ void CoreSm::doFloodReport(const char* what, const Kiv::Ptr<Lomax::Pkt>& pkt, In
           Lomax::emptyIntfId, pktType, IpAddr(), false, flooder);
 }
 
+const Kiv::Ptr<IgmpContextIntfCounter>& CoreSm::intfCounter(IntfId intf) {
+  const uint32_t i = intf.internIndex();
+  if (i >= intfCounters_.size()) intfCounters_.resize(i + 1);
+  Kiv::Ptr<IgmpContextIntfCounter>& c = intfCounters_[i];
+  // A counter taken out of the directory has lost its parent; one may have been put in its place.
+  if (!c || c->parent() != counterDir_.ptr()) c = counterDir_->intfCounter(intf.stringValue());
+  return c;
+}
+
 void CoreSm::doParseIgmp(IntfId intf, Kiv::Ptr<Lomax::Pkt> pkt, Lomax::IpHdr ipHdr,
                          Kiv::Ptr<IgmpSnoopingFlooder> flooder) {
   KIV_TRACE_FUNC(packetTrace);
-  Kiv::Ptr<IgmpContextIntfCounter> counter = counterDir_->intfCounter(intf.stringValue());
+  const Kiv::Ptr<IgmpContextIntfCounter> counter = intfCounter(intf);
   KIV_ASSERT(counter);
   const uint32_t span = pkt->offsetBytes();
   if (span < 4) {
@@ -246,7 +255,7 @@ void CoreSm::doParseIgmp(IntfId intf, Kiv::Ptr<Lomax::Pkt> pkt, Lomax::IpHdr ipH
 
 void CoreSm::doParsePim(IntfId intf, Kiv::Ptr<Lomax::Pkt> pkt, Lomax::IpHdr ipHdr) {
   KIV_TRACE_FUNC(packetTrace);
-  Kiv::Ptr<IgmpContextIntfCounter> counter = counterDir_->intfCounter(intf.stringValue());
+  const Kiv::Ptr<IgmpContextIntfCounter> counter = intfCounter(intf);
   KIV_ASSERT(counter);
   Lomax::PimCommonHdr pim(pkt->offsetFront());
   if (pkt->offsetBytes() < ipHdr.payloadLen() || pkt->offsetBytes() < Lomax::PimCommonHdr::minBytes ||

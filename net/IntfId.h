@@ -52,6 +52,8 @@ class IntfId {
   const Kiv::String& shortName() const { return detail::internEntry(bits_).shortName; }
 
   constexpr uint64_t value() const { return bits_; }
+  // Small and dense: names are numbered as they are first interned. An index for per-interface arrays.
+  constexpr uint32_t internIndex() const { return static_cast<uint32_t>(bits_ & detail::internIndexMask); }
   uint64_t hash() const { return Kiv::mixHash(bits_); }
   constexpr bool operator==(const IntfId&) const = default;
   bool operator<(const IntfId& o) const;

@@ -59,6 +59,14 @@ TEST_F(CoreSmIntakeTest, ReportsCountBuildStateAndFloodToRouters) {
   EXPECT_EQ(counter("Ethernet2")->inPktIgmpV2Leave(), 1u);
   EXPECT_EQ(lastFlood()->floodType(), floodTypeRouterAndSwitchPort);
   EXPECT_EQ(lastFlood()->pktType(), pktTypeLeave);
+
+  // Counters replaced in the directory count from then on; the old ones no longer move.
+  Kiv::Ptr<IgmpContextIntfCounter> old = counter("Ethernet1");
+  counterDir->intfCounterDel(IntfId("Ethernet1").stringValue());
+  counterDir->intfCounterIs(IntfId("Ethernet1").stringValue());
+  rx("Ethernet1", host("10.0.0.1").igmpV2Report(ip("239.1.1.1")));
+  EXPECT_EQ(counter("Ethernet1")->inPktIgmpV2Report(), 1u);
+  EXPECT_EQ(old->inPktIgmpV2Report(), 1u);
 }
 
 TEST_F(CoreSmIntakeTest, ShortAndCorruptMessagesAreCountedAndDroppedWithoutState) {
