@@ -110,7 +110,7 @@
 #define KIV_DATA_child(n, N, T) ::Kiv::Ptr<T> n##_;
 #define KIV_DATA_values(n, N, K, V, def) ::Kiv::HashMap2018<K, V> n##_;
 #define KIV_DATA_ordered(n, N, K, V, def) ::Kiv::RbTreeMap<K, V> n##_;
-#define KIV_DATA_entities(n, N, K, T) ::Kiv::EntityMap<K> n##_;
+#define KIV_DATA_entities(n, N, K, T) ::Kiv::EntityMapOf<T> n##_;
 
 // --- notifiee stubs, dispatch and attach sweep ----------------------------------------------------------
 #define KIV_STUB_scalar(n, N, ...) \

@@ -13,15 +13,24 @@ template <class K>
 struct EntityKeyFn {
   const K& operator()(const KeyedEntity<K>& e) const { return e.kivKey(); }
 };
-template <class K>
-using EntityMap = HashMap<K, KeyedEntity<K>, EntityKeyFn<K>>;
+// A parent keeps the first 2^entityBucketsLog2<T> buckets of its collection of T in itself, so that a
+// lookup in a small collection reads no bucket array elsewhere in memory. A model raises it for the
+// children of which a parent typically has a handful and which are looked up on every packet.
+template <class T>
+inline constexpr uint8_t entityBucketsLog2 = 0;
+
+template <class K, uint8_t InlineLog2 = 0>
+using EntityMap = HashMap<K, KeyedEntity<K>, EntityKeyFn<K>, InlineLog2>;
+// The collection of child entities of type T.
+template <class T>
+using EntityMapOf = EntityMap<typename T::Key, entityBucketsLog2<T>>;
 
 // Iterates a collection of child entities of type T. It holds the current entity, so that entity may
 // be deleted from the collection before the iterator advances.
 template <class T>
 class EntityIterator {
   using K = typename T::Key;
-  using Inner = typename EntityMap<K>::Iterator;
+  using Inner = typename EntityMapOf<T>::Iterator;
 
  public:
   EntityIterator() = default;

@@ -67,13 +67,14 @@ struct IterRange {
 }  // namespace detail
 
 // KeyFn(value) gives the key stored in the value; V derives from PtrInterface and HashLink<V>.
-template <class K, class V, class KeyFn>
+// InlineLog2: buckets kept in the map itself (see HashTable).
+template <class K, class V, class KeyFn, uint8_t InlineLog2 = 0>
 class HashMap {
   struct Ops {
     static const K& key(const V* v) { return KeyFn()(*v); }
     static void release(V* v) { v->deleteRef(); }
   };
-  using Table = detail::HashTable<V, K, Ops>;
+  using Table = detail::HashTable<V, K, Ops, InlineLog2>;
 
  public:
   class Iterator : public detail::HashIterBase<Table, V, K, Ops> {

@@ -43,8 +43,10 @@ inline uint64_t reverseBits(uint64_t x) {
 }
 
 // Node must provide: Node* kivNext, and Ops::key(node), Ops::release(node) (drops the table's hold).
-// The table with one bucket keeps it inline, so a one-element map costs no bucket allocation.
-template <class Node, class Key, class Ops>
+// The table keeps its first 2^InlineLog2 buckets inline (one by default), so a small table costs no
+// bucket allocation, and a lookup in it reads no bucket array elsewhere in memory. The inline buckets
+// fill to two per bucket before the table moves to an array of its own.
+template <class Node, class Key, class Ops, uint8_t InlineLog2 = 0>
 class HashTable {
  public:
   HashTable() = default;
@@ -52,7 +54,7 @@ class HashTable {
   HashTable& operator=(const HashTable&) = delete;
   ~HashTable() {
     clear();
-    if (log2_) delete[] many_;
+    if (log2_ > InlineLog2) delete[] many_;
   }
 
   size_t size() const { return size_; }
@@ -73,7 +75,7 @@ class HashTable {
 
   // Links a node whose key is absent.
   void insert(Node* n) {
-    if (size_ + 1 > capacity()) grow();
+    if (size_ + 1 > capacity() << (InlineLog2 && log2_ == InlineLog2)) grow();
     uint64_t o = order(Ops::key(n));
     Node** link = &slot(o);
     while (*link && order(Ops::key(*link)) <= o) link = &(*link)->kivNext;
@@ -144,7 +146,7 @@ class HashTable {
 
  private:
   size_t capacity() const { return size_t(1) << log2_; }
-  Node** buckets() const { return log2_ ? many_ : const_cast<Node**>(&one_); }
+  Node** buckets() const { return log2_ > InlineLog2 ? many_ : const_cast<Node**>(inline_); }
   size_t index(uint64_t o) const { return log2_ ? size_t(o >> (64 - log2_)) : 0; }
   Node*& slot(uint64_t o) { return buckets()[index(o)]; }
   Node* bucket(uint64_t o) const { return buckets()[index(o)]; }
@@ -165,17 +167,17 @@ class HashTable {
       last = &n->kivNext;
       n = following;
     }
-    if (log2_) delete[] many_;
+    if (log2_ > InlineLog2) delete[] many_;
     many_ = fresh;
     log2_ = newLog2;
   }
 
   union {
-    Node* one_ = nullptr;
+    Node* inline_[size_t(1) << InlineLog2] = {};
     Node** many_;
   };
   uint32_t size_ = 0;
-  uint8_t log2_ = 0;
+  uint8_t log2_ = InlineLog2;
   uint32_t version_ = 0;
 };
 

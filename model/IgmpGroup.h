@@ -9,6 +9,22 @@
 #include "net/IpAddr.h"
 
 namespace Bridging::IgmpSnooping {
+class IgmpSourceMembership;
+class IgmpMembership;
+class IgmpIntfStatus;
+}  // namespace Bridging::IgmpSnooping
+
+// Every report looks up its interface among the few of its group, its reporter among the few on that
+// interface, and a version 3 record each of its sources: a parent keeps those buckets in itself, filled
+// to two each before it takes an array elsewhere in memory.
+template <>
+inline constexpr uint8_t Kiv::entityBucketsLog2<Bridging::IgmpSnooping::IgmpIntfStatus> = 2;
+template <>
+inline constexpr uint8_t Kiv::entityBucketsLog2<Bridging::IgmpSnooping::IgmpMembership> = 3;
+template <>
+inline constexpr uint8_t Kiv::entityBucketsLog2<Bridging::IgmpSnooping::IgmpSourceMembership> = 1;
+
+namespace Bridging::IgmpSnooping {
 
 #define IGMP_SOURCE_MEMBERSHIP_ATTRS(X) X(scalar, sourceAge, SourceAge, uint32_t, 0)
 
@@ -17,13 +33,14 @@ class IgmpSourceMembership : public Kiv::KeyedEntity<Lomax::IpAddr> {
   KIV_ENTITY_KEYED(IgmpSourceMembership, Lomax::IpAddr, source, IGMP_SOURCE_MEMBERSHIP_ATTRS)
 };
 
+// The one-byte attributes come first: they fill the padding behind the key.
 #define IGMP_MEMBERSHIP_ATTRS(X)                                                             \
-  X(scalar, firstReport, FirstReport, Kiv::Seconds, 0.0)                                     \
-  X(scalar, lastReport, LastReport, Kiv::Seconds, 0.0)                                       \
-  X(scalar, expire, Expire, Kiv::Seconds, 0.0)                                               \
   X(scalar, state, State, IgmpMembershipState, membershipStateMember)                        \
   X(scalar, igmpVersion, IgmpVersion, Gmp::Igmp::IgmpVersion, Gmp::Igmp::IgmpVersion(0))     \
   X(scalar, filterMode, FilterMode, Gmp::Igmp::IgmpFilterMode, Gmp::Igmp::filterModeExclude) \
+  X(scalar, firstReport, FirstReport, Kiv::Seconds, 0.0)                                     \
+  X(scalar, lastReport, LastReport, Kiv::Seconds, 0.0)                                       \
+  X(scalar, expire, Expire, Kiv::Seconds, 0.0)                                               \
   X(entities, source, Source, Lomax::IpAddr, IgmpSourceMembership)
 
 // One reporter's membership of a group on an interface.
