@@ -7,20 +7,31 @@
 
 namespace Lomax {
 
-// The one's complement sum does not care for byte order (RFC 1071 2.B): words are added in the
-// host's order, four bytes at a time, and the folded sum is turned to network order once.
+// The one's complement sum does not care for byte order or for the width of the words added, as long
+// as every carry out of the top comes back in at the bottom (RFC 1071 2.B): words are added in the
+// host's order, eight bytes at a time, and the folded sum is turned to network order once.
 IpChecksum IpChecksum::of(const uint8_t* data, size_t len) {
   uint64_t sum = 0;
+  auto add = [&sum](uint64_t w) {
+    sum += w;
+    sum += sum < w;
+  };
   size_t i = 0;
-  for (; i + 4 <= len; i += 4) {
+  for (; i + 8 <= len; i += 8) {
+    uint64_t w;
+    std::memcpy(&w, data + i, 8);
+    add(w);
+  }
+  if (i + 4 <= len) {
     uint32_t w;
     std::memcpy(&w, data + i, 4);
-    sum += w;
+    add(w);
+    i += 4;
   }
   if (i + 2 <= len) {
     uint16_t w;
     std::memcpy(&w, data + i, 2);
-    sum += w;
+    add(w);
     i += 2;
   }
   // An odd last byte is the high half of a word whose low half is zero.
@@ -28,8 +39,9 @@ IpChecksum IpChecksum::of(const uint8_t* data, size_t len) {
     const uint8_t last[2] = {data[i], 0};
     uint16_t w;
     std::memcpy(&w, last, 2);
-    sum += w;
+    add(w);
   }
+  sum = (sum & 0xffffffff) + (sum >> 32);
   while (sum >> 16) sum = (sum & 0xffff) + (sum >> 16);
   uint16_t folded = static_cast<uint16_t>(sum);
   if constexpr (std::endian::native == std::endian::little)

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
+#include <vector>
 
 #include "kernel/Exception.h"
 #include "kernel/RingDecoder.h"
@@ -120,6 +121,24 @@ TEST(IpChecksumTest, Rfc1071ExampleOddLengthsAndVerification) {
   hdr[10] = c >> 8, hdr[11] = c & 0xff;
   EXPECT_EQ(Lomax::IpChecksum::of(hdr, sizeof hdr), Lomax::zeroChecksum);
   EXPECT_EQ(Lomax::IpChecksum::of(nullptr, 0).value(), 0xffff);
+  // Wide words and their carries agree with 16-bit words summed one by one, at every length and
+  // alignment, and with bytes that make carries on every word.
+  std::vector<uint8_t> bytes(300);
+  uint32_t seed = 1;
+  for (size_t round = 0; round < 3; ++round) {
+    for (auto& b : bytes)
+      b = round == 2 ? 0xff : static_cast<uint8_t>((seed = seed * 1103515245 + 12345) >> 16);
+    for (size_t start = 0; start < 8; ++start) {
+      for (size_t len = 0; start + len <= bytes.size(); ++len) {
+        uint32_t sum = 0;
+        for (size_t i = 0; i < len; i += 2)
+          sum += uint32_t(bytes[start + i]) << 8 | (i + 1 < len ? bytes[start + i + 1] : 0);
+        while (sum >> 16) sum = (sum & 0xffff) + (sum >> 16);
+        ASSERT_EQ(Lomax::IpChecksum::of(bytes.data() + start, len).value(), static_cast<uint16_t>(~sum))
+            << "start " << start << " len " << len;
+      }
+    }
+  }
 }
 
 TEST(RingArgTest, AddressesInterfacesAndVlansDecodeToTheirStreamText) {
