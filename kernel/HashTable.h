@@ -26,13 +26,17 @@ inline constexpr struct ReversedBytes {
 } reversedBytes;
 
 // The low `bits` bits of x in reverse order, that is reverseBits(x) >> (64 - bits) for bits in 1..64:
-// a table lookup per byte, so that a small table's bucket costs one.
-inline uint64_t reverseLowBits(uint64_t x, unsigned bits) {
-  if (bits <= 8) return reversedBytes.of[x & 0xff] >> (8 - bits);
+// a table lookup per byte, so that a small table's bucket costs one, inline.
+inline uint64_t reverseLowBitsWide(uint64_t x, unsigned bits) {
   uint64_t r = 0;
   unsigned done = 0;
   for (; done < bits; done += 8) r = r << 8 | reversedBytes.of[(x >> done) & 0xff];
   return r >> (done - bits);
+}
+[[gnu::always_inline]] inline uint64_t reverseLowBits(uint64_t x, unsigned bits) {
+  if (bits <= 8) [[likely]]
+    return reversedBytes.of[x & 0xff] >> (8 - bits);
+  return reverseLowBitsWide(x, bits);
 }
 
 inline uint64_t reverseBits(uint64_t x) {
