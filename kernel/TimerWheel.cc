@@ -130,8 +130,9 @@ void TimerWheel::NotifieeConst::disarm() {
 
 bool TimerWheel::pushedInPlace(NotifieeConst* n, Kiv::Seconds t) {
   if (n->bucket_ == &due_ || Kiv::isNever(t)) return false;
-  const uint64_t tick = tickAtOrAfter(t);
-  if (tick < n->tick_) return false;
+  // Its tick is not before the one it is filed under exactly when t is after the tick before that
+  // one: a multiplication where finding the tick itself takes a division and its corrections.
+  if (n->tick_ > 0 && !(t > tickTime(n->tick_ - 1))) return false;
   n->timeMin_ = t;
   n->seq_ = ++seq_;
   return true;

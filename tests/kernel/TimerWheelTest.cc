@@ -238,8 +238,8 @@ TEST_F(TimerWheelTest, PushedTimersFireAsAModelSaysWhateverTheSettings) {
           case 0:  // cancel
             t = Kiv::infinity;
             break;
-          case 1:  // within the tick it has, if any
-            t = m.armed ? m.tick * 0.1 - 0.01 * (rng() % 5) : now + 1;
+          case 1:  // within the tick it has, if any, or right on the tick before
+            t = !m.armed ? now + 1 : rng() % 6 == 0 ? (m.tick - 1) * 0.1 : m.tick * 0.1 - 0.01 * (rng() % 5);
             break;
           case 2:  // far: a level or two up
             t = now + 0.05 * (rng() % 100000);
