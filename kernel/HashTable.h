@@ -176,13 +176,15 @@ class HashTable {
     log2_ = newLog2;
   }
 
+  // Ahead of the buckets: a lookup reads the size and the bucket count, then a bucket, which in a
+  // small table then lie in one or two neighbouring cache lines.
+  uint32_t size_ = 0;
+  uint8_t log2_ = InlineLog2;
+  uint32_t version_ = 0;
   union {
     Node* inline_[size_t(1) << InlineLog2] = {};
     Node** many_;
   };
-  uint32_t size_ = 0;
-  uint8_t log2_ = InlineLog2;
-  uint32_t version_ = 0;
 };
 
 }  // namespace Kiv::detail
