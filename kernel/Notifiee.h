@@ -38,6 +38,14 @@ class NotifieeList {
   ~NotifieeList();
 
   bool empty() const { return head_ == nullptr; }
+  // Starts loading the first member and the memory around it, where the object that embeds it (a
+  // reactor's state machine, typically) keeps the state its reaction touches: a caller that knows a
+  // change is coming lets that load run alongside its own work.
+  void prefetch() const {
+    if (!head_) return;
+    const char* at = reinterpret_cast<const char*>(head_);
+    for (int line = -1; line <= 2; ++line) __builtin_prefetch(at + 64 * line);
+  }
   void add(ListedNotifiee* n);
   void remove(ListedNotifiee* n);
 
