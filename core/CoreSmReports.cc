@@ -122,6 +122,7 @@ bool CoreSm::doIgmpMembershipReportProcess(const IgmpGroupRecord& record, IntfId
   // All three exist: groupIs, intfIs and membershipIs would only find them again. The record will
   // change the membership: its machine loads while the record is read.
   membership->kivNotifiees().prefetch();
+  if (n) membership->sourcePrefetch();
   KIV_TRACE(coreTrace, 9, "Have info about group");
   KIV_TRACE(coreTrace, 9, "Info about intf: " << intf);
   KIV_TRACE(coreTrace, 9, "Info about membership: " << reporter);

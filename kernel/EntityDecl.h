@@ -101,6 +101,7 @@
     kivNotify(kivAttr_##n, nullptr);                                                              \
   }                                                                                               \
   size_t n##Size() const { return n##_.size(); }                                                  \
+  void n##Prefetch() const { n##_.prefetch(); }                                                   \
   ::Kiv::detail::IterRange<::Kiv::EntityIterator<T>> n##Iter() const { return {{n##_.begin()}}; } \
   ::Kiv::EntityIterator<T> n##IterAt(const K& k) const { return {n##_.startAtHash(k)}; }
 

@@ -103,6 +103,7 @@ class HashMap {
   size_t size() const { return t_.size(); }
   bool empty() const { return t_.empty(); }
   V* find(const K& k) const { return t_.find(k); }
+  void prefetch() const { t_.prefetch(); }
   // Inserts v under key k, replacing any value with the same key; returns the replaced one.
   // The key must be the one the value carries.
   Ptr<V> insert(const K& k, Ptr<V> v) {
