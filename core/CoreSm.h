@@ -33,6 +33,7 @@
 #include "net/IgmpGroupRecord.h"
 #include "net/IgmpQuery.h"
 #include "net/IgmpV12Hdr.h"
+#include "net/IgmpV3Report.h"
 #include "net/IpHdr.h"
 
 namespace Bridging::IgmpSnooping {
@@ -208,6 +209,8 @@ class CoreSm : public Kiv::StateMachine {
   Kiv::Ptr<IgmpContextStatus> status_;
   Kiv::Ptr<IgmpCounterDir> counterDir_;
   std::vector<Kiv::Ptr<IgmpContextIntfCounter>> intfCounters_;
+  // Record storage kept from one version 3 report to the next.
+  Gmp::Igmp::IgmpV3Report spareV3Report_;
   Kiv::Ptr<IgmpContextConfig const> contextConfig_;
   Kiv::Ptr<IgmpProfile::ProfileConfig const> profileConfig_;
   Kiv::Ptr<Bez::TimerWheel const> timerWheel_;

@@ -180,7 +180,18 @@ void CoreSm::doParseIgmp(IntfId intf, Kiv::Ptr<Lomax::Pkt> pkt, Lomax::IpHdr ipH
     case Lomax::messageTypeV3MembershipReport: {
       counter->inPktIgmpV3ReportInc(1);
       KIV_TRACE(packetTrace, 9, "Parsing a V3 report");
-      Gmp::Igmp::IgmpV3Report report = Gmp::Igmp::doIgmpV3MembershipReportParse(pkt);
+      // Parsed into the storage of the last report, so that a warm core parses with no allocation; a
+      // report that arrives while this one is processed (a flood looped back) takes fresh storage.
+      struct Lease {
+        Gmp::Igmp::IgmpV3Report& spare;
+        Gmp::Igmp::IgmpV3Report report = std::move(spare);
+        ~Lease() {
+          report.clear();
+          spare = std::move(report);
+        }
+      } lease{spareV3Report_};
+      Gmp::Igmp::IgmpV3Report& report = lease.report;
+      Gmp::Igmp::doIgmpV3MembershipReportParse(pkt, report);
       if (!report.valid()) {
         KIV_TRACE(packetTrace, 6, "Dropping an invalid V3 report");
         counter->inPktTooShortInc(1);

@@ -24,6 +24,13 @@ class IgmpV3Report {
   // packet leaves them stale.
   const std::vector<IgmpGroupRecord>& records() const { return records_; }
   const Kiv::Ptr<Lomax::Pkt>& pkt() const { return pkt_; }
+  // Lets go of the records and the packet; the record storage stays for the next parse.
+  void clear() {
+    valid_ = false;
+    numberOfRecords_ = 0;
+    records_.clear();
+    pkt_ = nullptr;
+  }
 
  private:
   friend bool doIgmpV3MembershipReportParse(const Kiv::Ptr<Lomax::Pkt>& pkt, IgmpV3Report& report);
