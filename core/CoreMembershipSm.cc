@@ -19,8 +19,16 @@ CoreMembershipSm::CoreMembershipSm(IpAddr, Kiv::Ptr<IgmpMembership> membership,
       kivMembership_(this),
       membershipTimer_(this) {
   membershipTimer_.notifierIs(timerWheel);
+  handleMembershipInterest();
   kivMembership_.notifierIs(membership_);
   handleInitialized();
+}
+
+void CoreMembershipSm::handleMembershipInterest() {
+  constexpr uint64_t all = IgmpMembership::NotifieeConst::kivInterestOf<KivMembership>();
+  constexpr uint64_t lastReport = uint64_t{1} << IgmpMembership::kivAttr_lastReport;
+  const bool exclude = membership_->filterMode() == Gmp::Igmp::filterModeExclude;
+  kivMembership_.kivInterestIs(exclude ? all : all & ~lastReport);
 }
 
 // The entities above the membership are in cache on the report path, where the machines above this one

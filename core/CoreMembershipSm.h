@@ -50,7 +50,10 @@ class CoreMembershipSm : public Kiv::StateMachine, public Kiv::HashLink<CoreMemb
     void onExpire() override { sm()->handleMembershipExpire(); }
     void onIgmpVersion() override { sm()->handleMembershipVersion(); }
     void onLastReport() override { sm()->handleMembershipLastReport(); }
-    void onFilterMode() override { sm()->handleMembershipAging(); }
+    void onFilterMode() override {
+      sm()->handleMembershipInterest();
+      sm()->handleMembershipAging();
+    }
     void onSource(const Lomax::IpAddr&) override { sm()->handleMembershipAging(); }
     void onSourcekivImmediate() override { sm()->handleMembershipAging(); }
 
@@ -58,6 +61,8 @@ class CoreMembershipSm : public Kiv::StateMachine, public Kiv::HashLink<CoreMemb
     CoreMembershipSm* sm() const { return static_cast<CoreMembershipSm*>(kivOwner()); }
   };
   void handleInitialized();
+  // Report times matter only to an exclude membership: an include one is not told of them.
+  void handleMembershipInterest();
   // The membership's group and interface, for traces.
   Lomax::IpAddr groupAddr() const;
   Lomax::IntfId intfId() const;

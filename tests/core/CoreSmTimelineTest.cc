@@ -100,6 +100,34 @@ TEST_F(CoreSmTimelineTest, IncludeMembershipsAgeByGeneralQueriesOnly) {
   EXPECT_FALSE(membership("232.1.1.1", "Ethernet1", "10.0.0.1"));
 }
 
+// Report times reach only exclude memberships' machines; a membership that turns exclude ages by them
+// again, whether its machine met it include (found at start) or saw it become include.
+TEST_F(CoreSmTimelineTest, AnIncludeMembershipTurnedExcludeAgesByReports) {
+  auto found = status->groupIs(ip("232.1.1.2"))->intfIs(IntfId("Ethernet1"))->membershipIs(ip("10.0.0.1"));
+  found->filterModeIs(Gmp::Igmp::filterModeInclude);
+  found->sourceIs(ip("1.1.1.1"));
+  startCore();
+  std::vector<IpAddr> src{ip("1.1.1.1")};
+  IgmpGroupRecord include(Gmp::Igmp::recordTypeModeIsInclude, ip("232.1.1.1"), SourceList(src));
+  rx("Ethernet1", host("10.0.0.1").igmpV3Report(std::span(&include, 1)));
+  advance(100.0);
+  std::vector<IgmpGroupRecord> exclude{
+      IgmpGroupRecord(Gmp::Igmp::recordTypeChangeToExclude, ip("232.1.1.1")),
+      IgmpGroupRecord(Gmp::Igmp::recordTypeChangeToExclude, ip("232.1.1.2"))};
+  rx("Ethernet1", host("10.0.0.1").igmpV3Report(exclude));
+  for (const char* group : {"232.1.1.1", "232.1.1.2"}) {
+    auto m = membership(group, "Ethernet1", "10.0.0.1");
+    ASSERT_TRUE(m) << group;
+    EXPECT_EQ(m->filterMode(), Gmp::Igmp::filterModeExclude) << group;
+    EXPECT_EQ(m->expire(), now() + 260.0) << group;
+  }
+  advance(259.0);
+  EXPECT_TRUE(membership("232.1.1.2", "Ethernet1", "10.0.0.1"));
+  advance(1.1);
+  EXPECT_FALSE(membership("232.1.1.1", "Ethernet1", "10.0.0.1"));
+  EXPECT_FALSE(membership("232.1.1.2", "Ethernet1", "10.0.0.1"));
+}
+
 // A general query ages only memberships with something to age; the set of them must follow every way
 // in which a membership gains or loses sources: reports, the query itself, and writes by others.
 TEST_F(CoreSmTimelineTest, GeneralQueriesAgeEveryMembershipWithSourcesWhoeverAddedThem) {
