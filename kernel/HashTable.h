@@ -28,6 +28,8 @@ inline constexpr struct ReversedBytes {
 // The low `bits` bits of x in reverse order, that is reverseBits(x) >> (64 - bits) for bits in 1..64:
 // a table lookup per byte, so that a small table's bucket costs one, inline.
 inline uint64_t reverseLowBitsWide(uint64_t x, unsigned bits) {
+  if (bits <= 16)
+    return (uint64_t{reversedBytes.of[x & 0xff]} << 8 | reversedBytes.of[x >> 8 & 0xff]) >> (16 - bits);
   uint64_t r = 0;
   unsigned done = 0;
   for (; done < bits; done += 8) r = r << 8 | reversedBytes.of[(x >> done) & 0xff];
