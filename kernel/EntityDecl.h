@@ -80,13 +80,21 @@
 #define KIV_API_entities(n, N, K, T)                                                              \
   ::Kiv::Ptr<T> n(const K& k) { return static_cast<T*>(n##_.find(k)); }                           \
   ::Kiv::Ptr<T const> n(const K& k) const { return static_cast<T const*>(n##_.find(k)); }         \
+  /* Finding an existing child is the common case: it stays small enough to inline. */            \
   ::Kiv::Ptr<T> n##Is(const K& k) {                                                               \
     if (auto* e = n##_.find(k)) return static_cast<T*>(e);                                        \
+    return kivChildNew_##n(k);                                                                    \
+  }                                                                                               \
+                                                                                                  \
+ private:                                                                                         \
+  [[gnu::noinline]] ::Kiv::Ptr<T> kivChildNew_##n(const K& k) {                                   \
     ::Kiv::Ptr<T> c = ::Kiv::detail::newChild<T>(this, kivAttr_##n, k);                           \
     n##_.insert(k, c);                                                                            \
     kivNotify(kivAttr_##n, &k);                                                                   \
     return c;                                                                                     \
   }                                                                                               \
+                                                                                                  \
+ public:                                                                                          \
   ::Kiv::Ptr<T> n##Del(const K& k) {                                                              \
     ::Kiv::Ptr<T> old = ::Kiv::ptr_cast<T>(n##_.take(k));                                         \
     if (!old) return old;                                                                         \
