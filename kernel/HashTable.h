@@ -25,27 +25,25 @@ inline constexpr struct ReversedBytes {
   }
 } reversedBytes;
 
-// The low `bits` bits of x in reverse order, that is reverseBits(x) >> (64 - bits) for bits in 1..64:
-// a table lookup per byte, so that a small table's bucket costs one, inline.
-inline uint64_t reverseLowBitsWide(uint64_t x, unsigned bits) {
-  if (bits <= 16)
-    return (uint64_t{reversedBytes.of[x & 0xff]} << 8 | reversedBytes.of[x >> 8 & 0xff]) >> (16 - bits);
-  uint64_t r = 0;
-  unsigned done = 0;
-  for (; done < bits; done += 8) r = r << 8 | reversedBytes.of[(x >> done) & 0xff];
-  return r >> (done - bits);
-}
-[[gnu::always_inline]] inline uint64_t reverseLowBits(uint64_t x, unsigned bits) {
-  if (bits <= 8) [[likely]]
-    return reversedBytes.of[x & 0xff] >> (8 - bits);
-  return reverseLowBitsWide(x, bits);
-}
-
 inline uint64_t reverseBits(uint64_t x) {
   x = ((x >> 1) & 0x5555555555555555ull) | ((x & 0x5555555555555555ull) << 1);
   x = ((x >> 2) & 0x3333333333333333ull) | ((x & 0x3333333333333333ull) << 2);
   x = ((x >> 4) & 0x0f0f0f0f0f0f0f0full) | ((x & 0x0f0f0f0f0f0f0f0full) << 4);
   return __builtin_bswap64(x);
+}
+
+inline uint64_t reverseLowBitsWide(uint64_t x, unsigned bits) {
+  if (bits <= 16)
+    return (uint64_t{reversedBytes.of[x & 0xff]} << 8 | reversedBytes.of[x >> 8 & 0xff]) >> (16 - bits);
+  return reverseBits(x) >> (64 - bits);
+}
+// The low `bits` bits of x in reverse order, that is reverseBits(x) >> (64 - bits) for bits in 1..64:
+// a byte table, so that a small table's bucket costs one lookup, inline, and one of up to 65,536
+// buckets two.
+[[gnu::always_inline]] inline uint64_t reverseLowBits(uint64_t x, unsigned bits) {
+  if (bits <= 8) [[likely]]
+    return reversedBytes.of[x & 0xff] >> (8 - bits);
+  return reverseLowBitsWide(x, bits);
 }
 
 // Node must provide: Node* kivNext, and Ops::key(node), Ops::release(node) (drops the table's hold).
