@@ -27,15 +27,19 @@ bool stripPktVlanTag(const Kiv::Ptr<Pkt>& pkt) {
 }
 
 void insertPktVlanTag(const Kiv::Ptr<Pkt>& pkt, Bridging::VlanId vlan) {
+  insertPktVlanTag(pkt, ethTypeVlan, vlan.value());
+}
+
+void insertPktVlanTag(const Kiv::Ptr<Pkt>& pkt, uint16_t tpid, uint16_t tci) {
   KIV_ASSERT(pkt->len() >= addressBytes);
   pkt->doUnshare(vlanTagBytes);
   pkt->frontInc(-vlanTagBytes);
   uint8_t* d = pkt->data();
   std::memmove(d, d + vlanTagBytes, addressBytes);
-  d[12] = ethTypeVlan >> 8;
-  d[13] = ethTypeVlan & 0xff;
-  d[14] = static_cast<uint8_t>(vlan.value() >> 8);
-  d[15] = static_cast<uint8_t>(vlan.value());
+  d[12] = static_cast<uint8_t>(tpid >> 8);
+  d[13] = static_cast<uint8_t>(tpid);
+  d[14] = static_cast<uint8_t>(tci >> 8);
+  d[15] = static_cast<uint8_t>(tci);
 }
 
 }  // namespace Lomax

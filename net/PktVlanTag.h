@@ -21,5 +21,7 @@ uint16_t vlanIdFromEthPkt(const Kiv::Ptr<Pkt>& pkt);
 bool stripPktVlanTag(const Kiv::Ptr<Pkt>& pkt);
 // Inserts an 802.1Q tag (priority 0) behind the addresses, for transmit on a tagged port.
 void insertPktVlanTag(const Kiv::Ptr<Pkt>& pkt, Bridging::VlanId vlan);
+// Inserts a tag with exactly this TPID and TCI (priority and VLAN number as they were on the wire).
+void insertPktVlanTag(const Kiv::Ptr<Pkt>& pkt, uint16_t tpid, uint16_t tci);
 
 }  // namespace Lomax
