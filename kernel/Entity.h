@@ -39,6 +39,10 @@ struct AttrInfo {
   bool (*elementIs)(Entity&, std::string_view key, std::string_view value) = nullptr;
   bool (*elementDel)(Entity&, std::string_view key) = nullptr;
   Entity* (*childAt)(const Entity&, std::string_view key) = nullptr;
+  // Collections: the text of a key as a change notification passes it (a const K*).
+  std::string (*keyText)(const void* key) = nullptr;
+  // Value collections: the text of the element at key, false when there is none.
+  bool (*elementText)(const Entity&, std::string_view key, std::string& out) = nullptr;
 };
 
 struct TypeInfo {

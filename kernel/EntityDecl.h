@@ -174,7 +174,9 @@
 #define KIV_REFL_counter(n, N, T)                                                       \
   ::Kiv::detail::scalarAttr<Self_, T, &Self_::n, &Self_::n##Is>(#n, Self_::kivAttr_##n, \
                                                                 ::Kiv::AttrKind::counter),
-#define KIV_REFL_child(n, N, T) ::Kiv::detail::childAttr<Self_, T, &Self_::n##_>(#n, Self_::kivAttr_##n),
+#define KIV_REFL_child(n, N, T)                                                                 \
+  ::Kiv::detail::childAttr<Self_, T, &Self_::n##_, &Self_::n##Is<::Kiv::detail::ChildKeyOf<T>>, \
+                           &Self_::n##Del>(#n, Self_::kivAttr_##n),
 #define KIV_REFL_values(n, N, K, V, ...) \
   ::Kiv::detail::valuesAttr<Self_, K, V, &Self_::n##_, &Self_::n##Is, &Self_::n##Del>(#n, Self_::kivAttr_##n),
 #define KIV_REFL_ordered KIV_REFL_values
