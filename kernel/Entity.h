@@ -56,27 +56,49 @@ struct TypeInfo {
   }
 };
 
+namespace detail {
+void trackChange(const Entity& e, uint16_t id, const void* key);
+void trackParent(Entity& e, Entity* parent);
+void trackRootGone(const Entity& root);
+}  // namespace detail
+
 class Entity : public PtrInterface {
  public:
+  // Bits of kivTrack(). The kernel keeps trackOn and trackRoot (see ChangeSink.h); the sink of a
+  // tree owns the others, and while trackQueued is set it is not told of scalar changes.
+  static constexpr uint8_t trackOn = 1, trackRoot = 2, trackQueued = 4, trackSink1 = 8, trackSink2 = 16;
+
   Entity() { hasNotificationActiveIs(true); }
+  ~Entity() override {
+    if (track_ & trackRoot) detail::trackRootGone(*this);
+  }
   Entity(const Entity&) = delete;
   Entity& operator=(const Entity&) = delete;
 
   virtual Name name() const = 0;
   virtual const TypeInfo& typeInfo() const = 0;
   Entity* parent() const { return parent_; }
-  void parentIs(Entity* p) { parent_ = p; }
+  // Linking into or out of a tracked tree tells the tree's sink.
+  void parentIs(Entity* p) {
+    if ((track_ | (p ? p->track_ : 0)) & trackOn) [[unlikely]]
+      return detail::trackParent(*this, p);
+    parent_ = p;
+  }
   uint16_t parentAttrId() const { return parentAttrId_; }
   void parentAttrIdIs(uint16_t id) { parentAttrId_ = id; }
   NotifieeList& kivNotifiees() const { return notifiees_; }
+  uint8_t kivTrack() const { return track_; }
+  void kivTrackIs(uint8_t bits) const { track_ = bits; }
 
  protected:
   // Delivers a change of attribute id (and element *key of a collection; null for the whole).
   void kivNotify(uint16_t id, const void* key) const;
 
  private:
-  // First, so that it fills the padding behind the reference count.
+  friend void detail::trackParent(Entity& e, Entity* parent);
+  // First, so that they fill the padding behind the reference count.
   uint16_t parentAttrId_ = 0;
+  mutable uint8_t track_ = 0;
   Entity* parent_ = nullptr;
   mutable NotifieeList notifiees_;
 };
@@ -124,6 +146,9 @@ class EntityNotifiee : public EntityNotifieeBase {
 };
 
 inline void Entity::kivNotify(uint16_t id, const void* key) const {
+  // A tracked tree's sink hears of the change before any reactor, whose own changes follow it.
+  if (track_ & trackOn) [[unlikely]]
+    detail::trackChange(*this, id, key);
   if (notifiees_.empty() || !hasNotificationActive()) return;
   auto interested = [id](ListedNotifiee* n) {
     return static_cast<EntityNotifieeBase*>(n)->kivInterested(id);
