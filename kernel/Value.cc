@@ -27,11 +27,12 @@ bool parseDouble(std::string_view s, double& out) {
   return !tmp.empty() && end == tmp.c_str() + tmp.size();
 }
 
+// The shortest text that reads back as the same double: replicated times stay short and exact.
 std::string doubleText(double v) {
   if (std::isinf(v)) return v > 0 ? "inf" : "-inf";
   char buf[64];
-  std::snprintf(buf, sizeof buf, "%.17g", v);
-  return buf;
+  const auto r = std::to_chars(buf, buf + sizeof buf, v);
+  return std::string(buf, r.ptr);
 }
 
 }  // namespace Kiv::detail
