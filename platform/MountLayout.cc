@@ -14,7 +14,9 @@ using Kiv::TypeInfo;
 
 namespace {
 
-bool special(unsigned char c) { return c == '%' || c == '|' || c == '=' || c == ',' || c < 0x20 || c == 0x7f; }
+bool special(unsigned char c) {
+  return c == '%' || c == '|' || c == '=' || c == ',' || c < 0x20 || c == 0x7f;
+}
 
 std::string escape(std::string_view s) {
   if (std::none_of(s.begin(), s.end(), [](char c) { return special(static_cast<unsigned char>(c)); }))
@@ -57,7 +59,9 @@ bool unescape(std::string_view s, std::string& out) {
   return true;
 }
 
-bool isCollectionOfEntities(const AttrInfo& a) { return a.kind == AttrKind::entities || a.kind == AttrKind::child; }
+bool isCollectionOfEntities(const AttrInfo& a) {
+  return a.kind == AttrKind::entities || a.kind == AttrKind::child;
+}
 
 // The type's one collection of entities or pointer child, if it has exactly one.
 const AttrInfo* soleEntityAttr(const TypeInfo& t) {
@@ -322,7 +326,8 @@ bool MountLayout::applyField(Entity& record, std::string_view field, std::string
   }
   const std::vector<std::string_view> parts = split(value, ',');
   if (parts.size() != std::max<size_t>(scalars.size(), 1) || (scalars.empty() && !value.empty())) {
-    why = "holds " + std::to_string(parts.size()) + " values for " + std::to_string(scalars.size()) + " attributes";
+    why = "holds " + std::to_string(parts.size()) + " values for " + std::to_string(scalars.size()) +
+          " attributes";
     return false;
   }
   std::string text;
@@ -353,7 +358,8 @@ void MountLayout::prune(Entity& e, const Keep& keep) const {
   }
 }
 
-void MountLayout::recordApply(Entity& record, const Fields& fields, std::vector<std::string>& problems) const {
+void MountLayout::recordApply(Entity& record, const Fields& fields,
+                              std::vector<std::string>& problems) const {
   Keep keep;
   std::string why;
   for (const auto& [field, value] : fields) {

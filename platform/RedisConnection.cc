@@ -3,8 +3,8 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <hiredis/read.h>
 #include <hiredis/hiredis.h>
+#include <hiredis/read.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>

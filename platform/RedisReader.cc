@@ -25,8 +25,8 @@ constexpr Kiv::Seconds metaPoll = 0.5;
 
 }  // namespace
 
-RedisReader::RedisReader(const std::string& address, const std::string& path, const Kiv::Ptr<Kiv::Entity>& root,
-                         const MountOptions& options)
+RedisReader::RedisReader(const std::string& address, const std::string& path,
+                         const Kiv::Ptr<Kiv::Entity>& root, const MountOptions& options)
     : conn_(address), layout_(path, options.folded), root_(root) {
   layout_.rootIs(root.ptr());
   retry_.notifierIs(Kiv::ActivityManagerConfig::clock());
@@ -55,30 +55,32 @@ void RedisReader::start() {
     }
     unsigned long long g = 0;
     if (state != "ready" || !Kiv::detail::parseUnsigned(gen, g) || !g) {
-      if (!meta.empty() && state == "ready") Kiv::log(STATEDB_BAD_DATA, layout_.path(), layout_.metaKey(), "no generation");
+      if (!meta.empty() && state == "ready")
+        Kiv::log(STATEDB_BAD_DATA, layout_.path(), layout_.metaKey(), "no generation");
       retry_.timeMinIs(Kiv::System::currentTime() + metaPoll);
       return;
     }
     gen_ = g;
-    conn_.command({"XREVRANGE", layout_.logKey(), "+", "-", "COUNT", "1"}, [this, epoch](const redisReply* r) {
-      if (!r || epoch != epoch_) return;
-      uint64_t g = gen_, s = 0;
-      if (r->type == REDIS_REPLY_ARRAY && r->elements == 1 && r->element[0]->type == REDIS_REPLY_ARRAY &&
-          r->element[0]->elements == 2) {
-        idParse(RedisReplies::text(r->element[0]->element[0]), g, s);
-      }
-      if (g != gen_) {
-        retry_.timeMinIs(Kiv::System::currentTime() + metaPoll);
-        return;
-      }
-      lastSeq_ = s;
-      seen_.clear();
-      seqOf_.clear();
-      outstanding_ = 0;
-      scanDone_ = false;
-      snapshotRead(layout_.path());
-      snapshot(0);
-    });
+    conn_.command({"XREVRANGE", layout_.logKey(), "+", "-", "COUNT", "1"},
+                  [this, epoch](const redisReply* r) {
+                    if (!r || epoch != epoch_) return;
+                    uint64_t g = gen_, s = 0;
+                    if (r->type == REDIS_REPLY_ARRAY && r->elements == 1 &&
+                        r->element[0]->type == REDIS_REPLY_ARRAY && r->element[0]->elements == 2) {
+                      idParse(RedisReplies::text(r->element[0]->element[0]), g, s);
+                    }
+                    if (g != gen_) {
+                      retry_.timeMinIs(Kiv::System::currentTime() + metaPoll);
+                      return;
+                    }
+                    lastSeq_ = s;
+                    seen_.clear();
+                    seqOf_.clear();
+                    outstanding_ = 0;
+                    scanDone_ = false;
+                    snapshotRead(layout_.path());
+                    snapshot(0);
+                  });
   });
 }
 
@@ -156,7 +158,8 @@ void RedisReader::follow(bool block) {
     entries(r);
   };
   if (block) {
-    conn_.command({"XREAD", "COUNT", count, "BLOCK", wait, "STREAMS", layout_.logKey(), from}, handler, blockMs);
+    conn_.command({"XREAD", "COUNT", count, "BLOCK", wait, "STREAMS", layout_.logKey(), from}, handler,
+                  blockMs);
   } else {
     conn_.command({"XREAD", "COUNT", count, "STREAMS", layout_.logKey(), from}, handler);
   }
@@ -172,7 +175,8 @@ void RedisReader::entries(const redisReply* r) {
     for (size_t i = 0; i < list->elements && epoch == epoch_; ++i) {
       const redisReply* e = list->element[i];
       uint64_t g = 0, s = 0;
-      if (e->type != REDIS_REPLY_ARRAY || e->elements != 2 || !idParse(RedisReplies::text(e->element[0]), g, s)) {
+      if (e->type != REDIS_REPLY_ARRAY || e->elements != 2 ||
+          !idParse(RedisReplies::text(e->element[0]), g, s)) {
         resync("an entry of the stream does not parse");
         return;
       }

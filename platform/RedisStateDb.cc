@@ -21,7 +21,8 @@ bool hash(const redisReply* r, Fields& out) {
   out.clear();
   if (!r || r->type != REDIS_REPLY_ARRAY || r->elements % 2) return false;
   out.reserve(r->elements / 2);
-  for (size_t i = 0; i + 1 < r->elements; i += 2) out.emplace_back(text(r->element[i]), text(r->element[i + 1]));
+  for (size_t i = 0; i + 1 < r->elements; i += 2)
+    out.emplace_back(text(r->element[i]), text(r->element[i + 1]));
   return true;
 }
 
@@ -34,7 +35,8 @@ std::string hashField(const redisReply* r, std::string_view field) {
 }
 
 std::string text(const redisReply* r) {
-  if (r && (r->type == REDIS_REPLY_STRING || r->type == REDIS_REPLY_STATUS)) return std::string(r->str, r->len);
+  if (r && (r->type == REDIS_REPLY_STRING || r->type == REDIS_REPLY_STATUS))
+    return std::string(r->str, r->len);
   return replyText(r);
 }
 
@@ -58,7 +60,8 @@ RedisStateDb::~RedisStateDb() { *alive_ = false; }
 
 Kiv::Ptr<Kiv::Entity> RedisStateDb::mount(const std::string& path, const Kiv::Ptr<Kiv::Entity>& root,
                                           const MountOptions& options) {
-  if (!MountLayout::pathValid(path)) Kiv::throwRangeException("state database mount path " + path + " not allowed");
+  if (!MountLayout::pathValid(path))
+    Kiv::throwRangeException("state database mount path " + path + " not allowed");
   entityAtPathIs(path, root);
   if (options.writable) {
     writers_.push_back(std::make_unique<RedisWriter>(*this, path, root, options));

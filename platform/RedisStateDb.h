@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "kernel/Clock.h"
-#include "platform/RedisConnection.h"
 #include "platform/MountLayout.h"
+#include "platform/RedisConnection.h"
 #include "platform/StateDb.h"
 
 namespace Platform {

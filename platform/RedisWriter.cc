@@ -102,8 +102,9 @@ void RedisWriter::handleUp() {
     } else if (!m.present) {
       rewrite("the database lost the mount (server " + db_.runId() + ")");
     } else if (m.gen != gen_ || m.seq != seq_) {
-      rewrite("the database holds generation " + std::to_string(m.gen) + " sequence " + std::to_string(m.seq) +
-              ", the agent wrote " + std::to_string(gen_) + " sequence " + std::to_string(seq_));
+      rewrite("the database holds generation " + std::to_string(m.gen) + " sequence " +
+              std::to_string(m.seq) + ", the agent wrote " + std::to_string(gen_) + " sequence " +
+              std::to_string(seq_));
     } else {
       flush();
     }
@@ -266,7 +267,8 @@ void RedisWriter::rewriteWrite() {
   c.command({"XADD", layout_.logKey(), "MAXLEN", "~", std::to_string(streamLength), idOf(gen_, seq_), "_op",
              "reset"});
   c.command({"HSET", layout_.metaKey(), "state", "ready", "gen", std::to_string(gen_), "seq", "1", "schema",
-             std::to_string(MountLayout::version), "writer_pid", std::to_string(getpid()), "run_id", db_.runId()});
+             std::to_string(MountLayout::version), "writer_pid", std::to_string(getpid()), "run_id",
+             db_.runId()});
   phase_ = Phase::live;
 }
 
@@ -370,7 +372,9 @@ void RedisWriter::onDetach(Entity& e) {
       return;
     }
     orderedClose();
-    layout_.forEachRecord(e, [&](const Entity& r) { entries_.push_back(Entry{layout_.recordKey(r), true, {}}); });
+    layout_.forEachRecord(e, [&](const Entity& r) {
+      entries_.push_back(Entry{layout_.recordKey(r), true, {}});
+    });
     db_.orderedPending();
     return;
   }
@@ -380,7 +384,9 @@ void RedisWriter::onDetach(Entity& e) {
     layout_.foldedFields(e, fields);
     for (auto& f : fields) removals_.push_back(Removal{key, std::move(f)});
   } else {
-    layout_.forEachRecord(e, [&](const Entity& r) { removals_.push_back(Removal{layout_.recordKey(r), ""}); });
+    layout_.forEachRecord(e, [&](const Entity& r) {
+      removals_.push_back(Removal{layout_.recordKey(r), ""});
+    });
   }
   db_.coalescedPending();
 }

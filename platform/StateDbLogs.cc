@@ -20,7 +20,8 @@ Kiv::LogHandle STATEDB_EVICTION_POLICY(
     "Under memory pressure Redis would evict keys, losing state that the agent and its readers rely on.",
     "Run redis-server with maxmemory-policy noeviction.", 60.0, 1.0, 0);
 
-Kiv::LogHandle STATEDB_BAD_DATA("STATEDB_BAD_DATA", Kiv::logWarning, "State database mount %s: %s skipped: %s",
+Kiv::LogHandle STATEDB_BAD_DATA("STATEDB_BAD_DATA", Kiv::logWarning,
+                                "State database mount %s: %s skipped: %s",
                                 "A key of the state database does not hold what the agent wrote there; "
                                 "the agent ignores it.",
                                 "Remove the key, or restore the database from a good copy.", 60.0, 1.0, 0);
