@@ -203,9 +203,10 @@ void MountLayout::encodeRecord(const Entity& record, Fields& out) const {
       forEachElement(record, a, [&](const std::string& k, const std::string& v, const Entity*) {
         out.emplace_back(std::string(a.name) + "=" + escape(k), v);
       });
-    } else {
+    } else if (a.kind == AttrKind::child || typeFolded(a.valueType)) {
+      // Collections of records are passed over whole: their elements have hashes of their own.
       forEachElement(record, a, [&](const std::string& k, const std::string&, const Entity* child) {
-        if (foldsItself(*child)) encodeFoldedAt(*child, stepText(record.typeInfo(), a, k), out);
+        encodeFoldedAt(*child, stepText(record.typeInfo(), a, k), out);
       });
     }
   }
@@ -224,9 +225,9 @@ void MountLayout::foldedFields(const Entity& folded, std::vector<std::string>& o
 void MountLayout::forEachRecord(const Entity& record, const std::function<void(const Entity&)>& fn) const {
   fn(record);
   for (const AttrInfo& a : record.typeInfo().attrs) {
-    if (a.kind != AttrKind::entities) continue;
+    if (a.kind != AttrKind::entities || typeFolded(a.valueType)) continue;
     forEachElement(record, a, [&](const std::string&, const std::string&, const Entity* child) {
-      if (!foldsItself(*child)) forEachRecord(*child, fn);
+      forEachRecord(*child, fn);
     });
   }
 }
@@ -340,9 +341,10 @@ bool MountLayout::applyField(Entity& record, std::string_view field, std::string
   return true;
 }
 
-void MountLayout::prune(Entity& e, const Keep& keep) const {
+void MountLayout::prune(Entity& e, const Keep& keep, bool isRecord) const {
   for (const AttrInfo& a : e.typeInfo().attrs) {
     if (a.kind != AttrKind::values && !isCollectionOfEntities(a)) continue;
+    if (isRecord && a.kind == AttrKind::entities && !typeFolded(a.valueType)) continue;
     std::vector<std::string> gone;
     std::vector<Kiv::Ptr<Entity>> stay;
     forEachElement(e, a, [&](const std::string& k, const std::string&, const Entity* child) {
@@ -354,7 +356,7 @@ void MountLayout::prune(Entity& e, const Keep& keep) const {
       }
     });
     for (const std::string& k : gone) a.elementDel(e, k);
-    for (const auto& child : stay) prune(*child, keep);
+    for (const auto& child : stay) prune(*child, keep, false);
   }
 }
 
@@ -366,7 +368,7 @@ void MountLayout::recordApply(Entity& record, const Fields& fields,
     if (!field.empty() && field[0] == '_') continue;
     if (!applyField(record, field, value, keep, why)) problems.push_back("field " + field + ": " + why);
   }
-  prune(record, keep);
+  prune(record, keep, true);
 }
 
 }  // namespace Platform

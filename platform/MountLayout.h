@@ -76,7 +76,9 @@ class MountLayout {
   struct Keep;
   bool applyField(Kiv::Entity& record, std::string_view field, std::string_view value, Keep& keep,
                   std::string& why) const;
-  void prune(Kiv::Entity& e, const Keep& keep) const;
+  // Removes the elements and folded entities of e that keep does not name; a record's collections of
+  // records are not its to prune.
+  void prune(Kiv::Entity& e, const Keep& keep, bool isRecord) const;
   bool typeFolded(const char* name) const;
 
   std::string path_;

@@ -17,6 +17,7 @@
 #include <cstring>
 
 #include "kernel/ActivityManager.h"
+#include "kernel/Exception.h"
 #include "platform/StateDbLogs.h"
 
 namespace Platform {
@@ -212,6 +213,7 @@ void RedisConnection::arg(uint64_t n) {
 }
 
 void RedisConnection::end(Handler h, unsigned blockMs) {
+  KIV_ASSERT(argsLeft_ == 0);
   if (state_ != State::up) {
     if (h) h(nullptr);
     return;

@@ -79,6 +79,10 @@ bool RedisStateDb::loaded() const {
 
 bool RedisStateDb::waitLoaded(Kiv::Seconds timeout) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(timeout);
+  // Each turn waits at most until the deadline.
+  Kiv::Clock::NotifieeConst deadline;
+  deadline.notifierIs(Kiv::ActivityManagerConfig::clock());
+  deadline.timeMinIs(Kiv::System::currentTime() + timeout);
   while (!loaded() && std::chrono::steady_clock::now() < end) Kiv::activityManager()->runOnce();
   if (loaded()) return true;
   for (auto& w : writers_) w->loadAbandon();

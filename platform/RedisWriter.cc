@@ -274,6 +274,10 @@ void RedisWriter::rewriteWrite() {
 
 void RedisWriter::check() {
   if (phase_ != Phase::live || !db_.connection().connected()) return;
+  if (rewriteWanted_) {
+    rewrite(rewriteWhy_);
+    return;
+  }
   db_.connection().command({"HGET", layout_.metaKey(), "gen"}, [this](const redisReply* r) {
     if (!r || phase_ != Phase::live) return;
     if (r->type != REDIS_REPLY_STRING || RedisReplies::text(r) != std::to_string(gen_))
@@ -394,20 +398,21 @@ void RedisWriter::onDetach(Entity& e) {
 // --- batches ------------------------------------------------------------------------------------------
 
 void RedisWriter::flush() {
-  if (phase_ != Phase::live || !db_.connection().connected()) return;
-  if (rewriteWanted_) {
-    rewrite(rewriteWhy_);
-    return;
-  }
+  if (phase_ != Phase::live || !db_.connection().connected() || rewriteWanted_) return;
   ordered_ ? flushOrdered() : flushCoalesced();
 }
 
+// A failed batch leaves the server's state unknown: the next check (within a second, so that a
+// server that keeps failing is not rewritten in a loop) writes everything again.
 void RedisWriter::execHandle(const redisReply* r, bool coalesced) {
   if (coalesced) db_.coalescedInFlightInc(-1);
   if (!r || phase_ != Phase::live) return;
   bool failed = r->type != REDIS_REPLY_ARRAY;
   for (size_t i = 0; !failed && i < r->elements; ++i) failed = RedisReplies::isError(r->element[i]);
-  if (failed) rewrite("a batch failed: " + RedisReplies::text(r));
+  if (failed && !rewriteWanted_) {
+    rewriteWanted_ = true;
+    rewriteWhy_ = "a batch failed: " + RedisReplies::text(r);
+  }
 }
 
 // One MULTI: each changed hash replaced whole by its last state, every entry appended to the stream
@@ -435,7 +440,7 @@ void RedisWriter::flushOrdered() {
   const std::string length = std::to_string(streamLength);
   for (size_t i = 0; i < entries_.size(); ++i) {
     const Entry& e = entries_[i];
-    c.begin(9 + 2 * e.fields.size());
+    c.begin(10 + 2 * e.fields.size());
     c.arg("XADD");
     c.arg(layout_.logKey());
     c.arg("MAXLEN");

@@ -5,8 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-
 #include "kernel/ActivityManager.h"
 #include "model/IgmpContextStatus.h"
 #include "model/Status.h"
@@ -15,6 +13,7 @@
 #include "tests/support/ModelSample.h"
 #include "tests/support/RecordingLogSink.h"
 #include "tests/support/RedisServer.h"
+#include "tests/support/RunUntil.h"
 
 namespace {
 
@@ -22,16 +21,7 @@ using namespace Bridging::IgmpSnooping;
 using Lomax::IntfId;
 using Lomax::IpAddr;
 using Platform::MountOptions;
-
-template <class Pred>
-bool runUntil(Pred pred, double seconds = 10) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-  while (!pred()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    Kiv::activityManager()->runOnce();
-  }
-  return true;
-}
+using TestSupport::runUntil;
 
 // Where the sample's roots are mounted, and how: status and counters coalesced as the agent mounts
 // them, memberships folded into their group's hash.
