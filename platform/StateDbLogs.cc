@@ -1,5 +1,6 @@
-// The state database's log catalogue. Each is limited per key to one a minute, so that an outage
-// or a key full of garbage is told once, not on every retry.
+// The state database's log catalogue. Each is limited to one a minute per key (an outage, whatever
+// its reasons, is one key), so that an outage or a key full of garbage is told once, not on every
+// retry.
 #include "platform/StateDbLogs.h"
 
 namespace Platform {
@@ -8,11 +9,11 @@ Kiv::LogHandle STATEDB_UNREACHABLE(
     "STATEDB_UNREACHABLE", Kiv::logError, "State database at %s unreachable: %s",
     "The agent cannot reach its state database. It keeps running on its own state and retries; what "
     "it changes meanwhile is written once the database is back.",
-    "Check that redis-server runs and listens at the given address.", 60.0, 1.0, 0);
+    "Check that redis-server runs and listens at the given address.", 60.0, 1.0, Kiv::logIgnoreArgs);
 
 Kiv::LogHandle STATEDB_REACHABLE("STATEDB_REACHABLE", Kiv::logNotice, "State database at %s reachable again",
                                  "The agent has reconnected to its state database.", Kiv::NoActionRequired,
-                                 60.0, 1.0, 0);
+                                 60.0, 1.0, Kiv::logIgnoreArgs);
 
 Kiv::LogHandle STATEDB_EVICTION_POLICY(
     "STATEDB_EVICTION_POLICY", Kiv::logError,

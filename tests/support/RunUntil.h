@@ -23,3 +23,12 @@ bool runUntil(Pred pred, double seconds = 10) {
 }
 
 }  // namespace TestSupport
+
+namespace TestSupport {
+
+// One turn of the loop that waits at most 10 ms.
+inline void runTurn() {
+  runUntil([n = 0]() mutable { return n++ == 1; });
+}
+
+}  // namespace TestSupport
