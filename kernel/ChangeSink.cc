@@ -54,11 +54,6 @@ void changeSinkIs(Entity& root, ChangeSink* sink) {
 namespace detail {
 
 void trackChange(const Entity& e, uint16_t id, const void* key) {
-  // The sink has the entity's scalars queued already: the common case of a refreshed membership.
-  if (!key && (e.kivTrack() & Entity::trackQueued)) {
-    const std::vector<AttrInfo>& attrs = e.typeInfo().attrs;
-    if (id < attrs.size() && attrs[id].kind <= AttrKind::counter) return;
-  }
   if (ChangeSink* sink = changeSinkOf(e)) sink->onChange(const_cast<Entity&>(e), id, key);
 }
 

@@ -65,7 +65,8 @@ void trackRootGone(const Entity& root);
 class Entity : public PtrInterface {
  public:
   // Bits of kivTrack(). The kernel keeps trackOn and trackRoot (see ChangeSink.h); the sink of a
-  // tree owns the others, and while trackQueued is set it is not told of scalar changes.
+  // tree owns the others, and while trackQueued is set it is not told of scalar changes: the setter
+  // of a refreshed membership tests one byte and calls nobody.
   static constexpr uint8_t trackOn = 1, trackRoot = 2, trackQueued = 4, trackSink1 = 8, trackSink2 = 16;
 
   Entity() { hasNotificationActiveIs(true); }
@@ -93,8 +94,15 @@ class Entity : public PtrInterface {
  protected:
   // Delivers a change of attribute id (and element *key of a collection; null for the whole).
   void kivNotify(uint16_t id, const void* key) const;
+  // The same for a scalar: a sink that has the entity's scalars queued is not called.
+  void kivNotifyScalar(uint16_t id) const {
+    if ((track_ & (trackOn | trackQueued)) == trackOn) [[unlikely]]
+      detail::trackChange(*this, id, nullptr);
+    kivDeliver(id, nullptr);
+  }
 
  private:
+  void kivDeliver(uint16_t id, const void* key) const;
   friend void detail::trackParent(Entity& e, Entity* parent);
   // First, so that they fill the padding behind the reference count.
   uint16_t parentAttrId_ = 0;
@@ -145,10 +153,14 @@ class EntityNotifiee : public EntityNotifieeBase {
   Ptr<E const> notifier_;
 };
 
+// A tracked tree's sink hears of a change before any reactor, whose own changes follow it.
 inline void Entity::kivNotify(uint16_t id, const void* key) const {
-  // A tracked tree's sink hears of the change before any reactor, whose own changes follow it.
   if (track_ & trackOn) [[unlikely]]
     detail::trackChange(*this, id, key);
+  kivDeliver(id, key);
+}
+
+inline void Entity::kivDeliver(uint16_t id, const void* key) const {
   if (notifiees_.empty() || !hasNotificationActive()) return;
   auto interested = [id](ListedNotifiee* n) {
     return static_cast<EntityNotifieeBase*>(n)->kivInterested(id);

@@ -24,7 +24,7 @@
   void n##Is(const T& v) {           \
     if (n##_ == v) return;           \
     n##_ = v;                        \
-    kivNotify(kivAttr_##n, nullptr); \
+    kivNotifyScalar(kivAttr_##n);    \
   }
 #define KIV_API_counter(n, N, T) \
   KIV_API_scalar(n, N, T, 0) void n##Inc(T d = 1) { n##Is(static_cast<T>(n##_ + d)); }
