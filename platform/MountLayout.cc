@@ -277,7 +277,11 @@ bool MountLayout::recordDel(Entity& root, std::string_view key) const {
 }
 
 struct MountLayout::Keep {
+  bool on = true;
   std::set<std::tuple<const Entity*, uint16_t, std::string>> elements;
+  void add(const Entity* e, uint16_t id, std::string key) {
+    if (on) elements.emplace(e, id, std::move(key));
+  }
 };
 
 bool MountLayout::applyField(Entity& record, std::string_view field, std::string_view value, Keep& keep,
@@ -305,7 +309,7 @@ bool MountLayout::applyField(Entity& record, std::string_view field, std::string
         why = last ? "element does not parse" : "names no entity";
         return false;
       }
-      keep.elements.emplace(e, a->id, k);
+      keep.add(e, a->id, k);
       return true;
     }
     if (a->kind != AttrKind::child && e == &record && !typeFolded(a->valueType)) {
@@ -318,7 +322,7 @@ bool MountLayout::applyField(Entity& record, std::string_view field, std::string
       why = "key " + k + " does not parse";
       return false;
     }
-    keep.elements.emplace(e, a->id, child->name().stdString());
+    keep.add(e, a->id, child->name().stdString());
     e = child;
   }
   std::vector<const AttrInfo*> scalars;
@@ -360,15 +364,28 @@ void MountLayout::prune(Entity& e, const Keep& keep, bool isRecord) const {
   }
 }
 
+bool MountLayout::empty(const Entity& record) const {
+  bool any = false;
+  for (const AttrInfo& a : record.typeInfo().attrs) {
+    if (a.kind == AttrKind::values || a.kind == AttrKind::child ||
+        (a.kind == AttrKind::entities && typeFolded(a.valueType)))
+      forEachElement(record, a, [&](const std::string&, const std::string&, const Entity*) { any = true; });
+  }
+  return !any;
+}
+
 void MountLayout::recordApply(Entity& record, const Fields& fields,
                               std::vector<std::string>& problems) const {
+  // A record read for the first time (a restart, a snapshot) has nothing to prune.
+  const bool prunes = !empty(record);
   Keep keep;
+  keep.on = prunes;
   std::string why;
   for (const auto& [field, value] : fields) {
     if (!field.empty() && field[0] == '_') continue;
     if (!applyField(record, field, value, keep, why)) problems.push_back("field " + field + ": " + why);
   }
-  prune(record, keep, true);
+  if (prunes) prune(record, keep, true);
 }
 
 }  // namespace Platform

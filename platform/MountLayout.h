@@ -80,6 +80,8 @@ class MountLayout {
   // records are not its to prune.
   void prune(Kiv::Entity& e, const Keep& keep, bool isRecord) const;
   bool typeFolded(const char* name) const;
+  // Whether a record holds no element and no folded entity.
+  bool empty(const Kiv::Entity& record) const;
 
   std::string path_;
   std::vector<std::string> foldedTypes_;
