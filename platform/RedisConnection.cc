@@ -100,11 +100,11 @@ void appendDecimal(std::string& out, uint64_t n) {
 
 }  // namespace
 
-RedisConnection::RedisConnection(std::string address) : address_(std::move(address)) {
-  retry_.notifierIs(Kiv::ActivityManagerConfig::clock());
-  watchdog_.notifierIs(Kiv::ActivityManagerConfig::clock());
-  connectNow();
+LoopTimer::LoopTimer(std::function<void()> fn) : fn_(std::move(fn)) {
+  notifierIs(Kiv::ActivityManagerConfig::clock());
 }
+
+RedisConnection::RedisConnection(std::string address) : address_(std::move(address)) { connectNow(); }
 
 RedisConnection::~RedisConnection() {
   *alive_ = false;

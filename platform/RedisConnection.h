@@ -18,6 +18,17 @@ struct redisReader;
 
 namespace Platform {
 
+// A wake-up on the process clock that calls a function: the timers of the state database's objects,
+// which are owned by the program rather than held by pointers.
+class LoopTimer : public Kiv::Clock::NotifieeConst {
+ public:
+  explicit LoopTimer(std::function<void()> fn);
+  void onTime() override { fn_(); }
+
+ private:
+  std::function<void()> fn_;
+};
+
 class RedisConnection {
  public:
   // Called with the reply, or with null when the connection went before it came.
@@ -59,15 +70,6 @@ class RedisConnection {
     Handler handler;
     unsigned blockMs;
   };
-  class Timer : public Kiv::Clock::NotifieeConst {
-   public:
-    Timer(RedisConnection* c, void (RedisConnection::*fn)()) : c_(c), fn_(fn) {}
-    void onTime() override { (c_->*fn_)(); }
-
-   private:
-    RedisConnection* c_;
-    void (RedisConnection::*fn_)();
-  };
 
   void connectNow();
   void handleFd(unsigned events);
@@ -89,8 +91,8 @@ class RedisConnection {
   Kiv::Seconds backoff_ = 0.05;
   Kiv::Seconds replyTimeout_ = 5.0;
   Kiv::Seconds lastProgress_ = 0;
-  Timer retry_{this, &RedisConnection::connectNow};
-  Timer watchdog_{this, &RedisConnection::handleWatchdog};
+  LoopTimer retry_{[this] { connectNow(); }};
+  LoopTimer watchdog_{[this] { handleWatchdog(); }};
   std::function<void()> onUp_;
   std::function<void(const std::string&)> onDown_;
   // Cleared when the connection is destroyed, so that a handler that destroys it stops the loop over

@@ -29,7 +29,6 @@ RedisReader::RedisReader(const std::string& address, const std::string& path,
                          const Kiv::Ptr<Kiv::Entity>& root, const MountOptions& options)
     : conn_(address), layout_(path, options.folded), root_(root) {
   layout_.rootIs(root.ptr());
-  retry_.notifierIs(Kiv::ActivityManagerConfig::clock());
   conn_.onUpIs([this] { start(); });
   conn_.onDownIs([this](const std::string&) { ++epoch_; });
   if (conn_.connected()) start();

@@ -33,14 +33,6 @@ class RedisReader {
   uint64_t sequence() const { return lastSeq_; }
 
  private:
-  class Retry : public Kiv::Clock::NotifieeConst {
-   public:
-    explicit Retry(RedisReader* r) : r_(r) {}
-    void onTime() override { r_->start(); }
-
-   private:
-    RedisReader* r_;
-  };
   void start();
   void snapshot(uint64_t cursor);
   void snapshotRead(const std::string& key);
@@ -54,7 +46,7 @@ class RedisReader {
   RedisConnection conn_;
   MountLayout layout_;
   Kiv::Ptr<Kiv::Entity> root_;
-  Retry retry_{this};
+  LoopTimer retry_{[this] { start(); }};
   uint64_t epoch_ = 0;
   uint64_t gen_ = 0, lastSeq_ = 0;
   size_t outstanding_ = 0;

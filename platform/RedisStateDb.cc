@@ -47,8 +47,6 @@ constexpr Kiv::Seconds minInterval = 0.05, maxInterval = 1.0;
 }
 
 RedisStateDb::RedisStateDb(std::string address) : address_(address), conn_(std::move(address)) {
-  flushTimer_.notifierIs(Kiv::ActivityManagerConfig::clock());
-  checkTimer_.notifierIs(Kiv::ActivityManagerConfig::clock());
   conn_.onUpIs([this] { handleUp(); });
   conn_.onDownIs([this](const std::string&) {
     coalescedInFlight_ = 0;

@@ -46,15 +46,6 @@ class RedisStateDb : public StateDb {
   Kiv::Seconds flushInterval() const { return interval_; }
 
  private:
-  class Timer : public Kiv::Clock::NotifieeConst {
-   public:
-    Timer(RedisStateDb* db, void (RedisStateDb::*fn)()) : db_(db), fn_(fn) {}
-    void onTime() override { (db_->*fn_)(); }
-
-   private:
-    RedisStateDb* db_;
-    void (RedisStateDb::*fn_)();
-  };
   void handleUp();
   void handleFlushTimer();
   void handleCheckTimer();
@@ -64,8 +55,8 @@ class RedisStateDb : public StateDb {
   std::vector<std::unique_ptr<RedisWriter>> writers_;
   std::vector<std::unique_ptr<RedisReader>> readers_;
   std::string runId_;
-  Timer flushTimer_{this, &RedisStateDb::handleFlushTimer};
-  Timer checkTimer_{this, &RedisStateDb::handleCheckTimer};
+  LoopTimer flushTimer_{[this] { handleFlushTimer(); }};
+  LoopTimer checkTimer_{[this] { handleCheckTimer(); }};
   Kiv::Seconds interval_ = 0.05;
   int coalescedInFlight_ = 0;
   bool flushDeferred_ = false;
