@@ -236,7 +236,8 @@ void RedisConnection::handleFd(unsigned events) {
 
 void RedisConnection::handleWritable() {
   while (pendingBytes()) {
-    const ssize_t n = write(fd_, out_.data() + outAt_, pendingBytes());
+    // A server gone under us is an error to handle, not a signal that ends the agent.
+    const ssize_t n = send(fd_, out_.data() + outAt_, pendingBytes(), MSG_NOSIGNAL);
     if (n < 0) {
       if (errno == EAGAIN || errno == EINTR) break;
       drop(std::strerror(errno));
