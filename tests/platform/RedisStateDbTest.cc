@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "kernel/ActivityManager.h"
+#include "kernel/Dir.h"
 #include "model/IgmpContextStatus.h"
 #include "model/Status.h"
 #include "platform/EpollPoller.h"
@@ -117,6 +118,23 @@ TEST_F(RedisStateDbTest, ChangesOfEveryKindReplicate) {
   db.reset();
   expectReadBackEqual(roots);
   EXPECT_EQ(server.command({"EXISTS", "test/protocolStatus|4094"}), "0");
+}
+
+// A server that may evict the agent's keys is named in a log; without a server the trees live in the
+// process, at their paths.
+TEST_F(RedisStateDbTest, EvictingServerIsLoggedAndTheInProcessStoreNeedsNone) {
+  server.command({"CONFIG", "SET", "maxmemory-policy", "allkeys-lru"});
+  auto db = open();
+  db->mount("test/evict", Kiv::make<Status>("status"), MountOptions{});
+  ASSERT_TRUE(runUntil([&] { return !logs.entries.empty(); }));
+  EXPECT_EQ(logs.entries.front().name, "STATEDB_EVICTION_POLICY");
+  EXPECT_NE(logs.entries.front().text.find("allkeys-lru"), std::string::npos);
+
+  auto local = Platform::stateDbOpen("");
+  auto status = Kiv::make<Status>("status");
+  EXPECT_EQ(local->mount("test/local/status", status, MountOptions{}), status);
+  EXPECT_TRUE(local->loaded());
+  EXPECT_EQ(Kiv::globalDir()->entityRefPath("test/local/status"), status);
 }
 
 }  // namespace
