@@ -92,17 +92,26 @@ class Entity : public PtrInterface {
   void kivTrackIs(uint8_t bits) const { track_ = bits; }
 
  protected:
-  // Delivers a change of attribute id (and element *key of a collection; null for the whole).
-  void kivNotify(uint16_t id, const void* key) const;
-  // The same for a scalar: a sink that has the entity's scalars queued is not called.
-  void kivNotifyScalar(uint16_t id) const {
+  // Tells the sink of a tracked tree of a change, before any reactor hears of it: the setters call
+  // these in their own frames, so that an untracked entity pays one test and no call. A sink that has
+  // the entity's scalars queued is not told of scalar changes.
+  [[gnu::always_inline]] void kivTrackScalar(uint16_t id) const {
     if ((track_ & (trackOn | trackQueued)) == trackOn) [[unlikely]]
       detail::trackChange(*this, id, nullptr);
-    kivDeliver(id, nullptr);
+  }
+  [[gnu::always_inline]] void kivTrackChange(uint16_t id, const void* key) const {
+    if (track_ & trackOn) [[unlikely]]
+      detail::trackChange(*this, id, key);
+  }
+  // Delivers a change of attribute id (and element *key of a collection; null for the whole).
+  void kivNotify(uint16_t id, const void* key) const;
+  // A change of a collection or a pointer child: the sink, then the reactors.
+  [[gnu::always_inline]] void kivChanged(uint16_t id, const void* key) const {
+    kivTrackChange(id, key);
+    kivNotify(id, key);
   }
 
  private:
-  void kivDeliver(uint16_t id, const void* key) const;
   friend void detail::trackParent(Entity& e, Entity* parent);
   // First, so that they fill the padding behind the reference count.
   uint16_t parentAttrId_ = 0;
@@ -153,14 +162,7 @@ class EntityNotifiee : public EntityNotifieeBase {
   Ptr<E const> notifier_;
 };
 
-// A tracked tree's sink hears of a change before any reactor, whose own changes follow it.
 inline void Entity::kivNotify(uint16_t id, const void* key) const {
-  if (track_ & trackOn) [[unlikely]]
-    detail::trackChange(*this, id, key);
-  kivDeliver(id, key);
-}
-
-inline void Entity::kivDeliver(uint16_t id, const void* key) const {
   if (notifiees_.empty() || !hasNotificationActive()) return;
   auto interested = [id](ListedNotifiee* n) {
     return static_cast<EntityNotifieeBase*>(n)->kivInterested(id);
