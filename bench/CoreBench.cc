@@ -3,7 +3,9 @@
 // port: joins, refreshes, version 3 reports, a general query, and a wheel tick that ends 100,000.
 // With IGMPSNOOP_CORE_BENCH_REFRESHES=N only a small population (IGMPSNOOP_CORE_BENCH_POPULATION,
 // 65,536 unless set) and N refreshes run, then on request general queries and version 3 reports: the
-// profiling mode, for callgrind and perf.
+// profiling mode, for callgrind and perf. With IGMPSNOOP_CORE_BENCH_STATEDB=<address> the protocol
+// status is mounted writable there as the agent mounts it; an address that cannot be reached measures
+// the change tracking alone.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -18,6 +20,7 @@
 #include "kernel/TimerWheel.h"
 #include "model/IgmpProtocolConfig.h"
 #include "net/FrameBuilder.h"
+#include "platform/StateDb.h"
 
 namespace {
 
@@ -111,6 +114,15 @@ class Vlan {
       core->enabledIntfIs(ports.back(), true);
     }
     core->initializedIs(true);
+    if (const char* address = std::getenv("IGMPSNOOP_CORE_BENCH_STATEDB")) {
+      static std::unique_ptr<Platform::StateDb> db = Platform::stateDbOpen(address);
+      Platform::MountOptions options;
+      options.writable = true;
+      options.ordered = false;
+      options.folded = {"IgmpIntfStatus"};
+      db->mount(Kiv::format("bench/protocolStatus%u", vlan).stdString(), protocolStatus_, options);
+      db->waitLoaded(5);
+    }
   }
   ~Vlan() { core->kivDoZombieReactors(true); }
   void rx(const Frames& f, size_t i) {

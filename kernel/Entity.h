@@ -39,6 +39,10 @@ struct AttrInfo {
   bool (*elementIs)(Entity&, std::string_view key, std::string_view value) = nullptr;
   bool (*elementDel)(Entity&, std::string_view key) = nullptr;
   Entity* (*childAt)(const Entity&, std::string_view key) = nullptr;
+  // Collections: the text of a key as a change notification passes it (a const K*).
+  std::string (*keyText)(const void* key) = nullptr;
+  // Value collections: the text of the element at key, false when there is none.
+  bool (*elementText)(const Entity&, std::string_view key, std::string& out) = nullptr;
 };
 
 struct TypeInfo {
@@ -52,27 +56,66 @@ struct TypeInfo {
   }
 };
 
+namespace detail {
+void trackChange(const Entity& e, uint16_t id, const void* key);
+void trackParent(Entity& e, Entity* parent);
+void trackRootGone(const Entity& root);
+}  // namespace detail
+
 class Entity : public PtrInterface {
  public:
+  // Bits of kivTrack(). The kernel keeps trackOn and trackRoot (see ChangeSink.h); the sink of a
+  // tree owns the others, and while trackQueued is set it is not told of scalar changes: the setter
+  // of a refreshed membership tests one byte and calls nobody.
+  static constexpr uint8_t trackOn = 1, trackRoot = 2, trackQueued = 4, trackSink1 = 8, trackSink2 = 16;
+
   Entity() { hasNotificationActiveIs(true); }
+  ~Entity() override {
+    if (track_ & trackRoot) detail::trackRootGone(*this);
+  }
   Entity(const Entity&) = delete;
   Entity& operator=(const Entity&) = delete;
 
   virtual Name name() const = 0;
   virtual const TypeInfo& typeInfo() const = 0;
   Entity* parent() const { return parent_; }
-  void parentIs(Entity* p) { parent_ = p; }
+  // Linking into or out of a tracked tree tells the tree's sink.
+  void parentIs(Entity* p) {
+    if ((track_ | (p ? p->track_ : 0)) & trackOn) [[unlikely]]
+      return detail::trackParent(*this, p);
+    parent_ = p;
+  }
   uint16_t parentAttrId() const { return parentAttrId_; }
   void parentAttrIdIs(uint16_t id) { parentAttrId_ = id; }
   NotifieeList& kivNotifiees() const { return notifiees_; }
+  uint8_t kivTrack() const { return track_; }
+  void kivTrackIs(uint8_t bits) const { track_ = bits; }
 
  protected:
+  // Tells the sink of a tracked tree of a change, before any reactor hears of it: the setters call
+  // these in their own frames, so that an untracked entity pays one test and no call. A sink that has
+  // the entity's scalars queued is not told of scalar changes.
+  [[gnu::always_inline]] void kivTrackScalar(uint16_t id) const {
+    if ((track_ & (trackOn | trackQueued)) == trackOn) [[unlikely]]
+      detail::trackChange(*this, id, nullptr);
+  }
+  [[gnu::always_inline]] void kivTrackChange(uint16_t id, const void* key) const {
+    if (track_ & trackOn) [[unlikely]]
+      detail::trackChange(*this, id, key);
+  }
   // Delivers a change of attribute id (and element *key of a collection; null for the whole).
   void kivNotify(uint16_t id, const void* key) const;
+  // A change of a collection or a pointer child: the sink, then the reactors.
+  [[gnu::always_inline]] void kivChanged(uint16_t id, const void* key) const {
+    kivTrackChange(id, key);
+    kivNotify(id, key);
+  }
 
  private:
-  // First, so that it fills the padding behind the reference count.
+  friend void detail::trackParent(Entity& e, Entity* parent);
+  // First, so that they fill the padding behind the reference count.
   uint16_t parentAttrId_ = 0;
+  mutable uint8_t track_ = 0;
   Entity* parent_ = nullptr;
   mutable NotifieeList notifiees_;
 };

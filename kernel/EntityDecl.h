@@ -24,6 +24,7 @@
   void n##Is(const T& v) {           \
     if (n##_ == v) return;           \
     n##_ = v;                        \
+    kivTrackScalar(kivAttr_##n);     \
     kivNotify(kivAttr_##n, nullptr); \
   }
 #define KIV_API_counter(n, N, T) \
@@ -37,41 +38,41 @@
     ::Kiv::Ptr<T> c = ::Kiv::detail::newChild<T>(this, kivAttr_##n, a...); \
     ::Kiv::Ptr<T> old = std::exchange(n##_, c);                            \
     if (old) old->parentIs(nullptr);                                       \
-    kivNotify(kivAttr_##n, nullptr);                                       \
+    kivChanged(kivAttr_##n, nullptr);                                      \
     return c;                                                              \
   }                                                                        \
   ::Kiv::Ptr<T> n##Del() {                                                 \
     ::Kiv::Ptr<T> old = std::move(n##_);                                   \
     if (!old) return old;                                                  \
     old->parentIs(nullptr);                                                \
-    kivNotify(kivAttr_##n, nullptr);                                       \
+    kivChanged(kivAttr_##n, nullptr);                                      \
     return old;                                                            \
   }
-#define KIV_API_valuemap(n, N, K, V, def)           \
-  V n(const K& k) const {                           \
-    const V* v = n##_.find(k);                      \
-    return v ? *v : V(def);                         \
-  }                                                 \
-  void n##Is(const K& k, const V& v) {              \
-    if (n##_.set(k, v)) kivNotify(kivAttr_##n, &k); \
-  }                                                 \
-  void n##Del(const K& k) {                         \
-    if (n##_.erase(k)) kivNotify(kivAttr_##n, &k);  \
-  }                                                 \
-  void n##DelAll() {                                \
-    if (n##_.empty()) return;                       \
-    n##_.clear();                                   \
-    kivNotify(kivAttr_##n, nullptr);                \
-  }                                                 \
-  template <class D>                                \
-  void n##Inc(const K& k, D d) {                    \
-    n##Is(k, static_cast<V>(n(k) + d));             \
-  }                                                 \
-  template <class D>                                \
-  void n##Dec(const K& k, D d) {                    \
-    n##Is(k, static_cast<V>(n(k) - d));             \
-  }                                                 \
-  size_t n##Size() const { return n##_.size(); }    \
+#define KIV_API_valuemap(n, N, K, V, def)            \
+  V n(const K& k) const {                            \
+    const V* v = n##_.find(k);                       \
+    return v ? *v : V(def);                          \
+  }                                                  \
+  void n##Is(const K& k, const V& v) {               \
+    if (n##_.set(k, v)) kivChanged(kivAttr_##n, &k); \
+  }                                                  \
+  void n##Del(const K& k) {                          \
+    if (n##_.erase(k)) kivChanged(kivAttr_##n, &k);  \
+  }                                                  \
+  void n##DelAll() {                                 \
+    if (n##_.empty()) return;                        \
+    n##_.clear();                                    \
+    kivChanged(kivAttr_##n, nullptr);                \
+  }                                                  \
+  template <class D>                                 \
+  void n##Inc(const K& k, D d) {                     \
+    n##Is(k, static_cast<V>(n(k) + d));              \
+  }                                                  \
+  template <class D>                                 \
+  void n##Dec(const K& k, D d) {                     \
+    n##Is(k, static_cast<V>(n(k) - d));              \
+  }                                                  \
+  size_t n##Size() const { return n##_.size(); }     \
   auto n##Iter() const { return n##_.iter(); }
 #define KIV_API_values(n, N, K, V, def) \
   KIV_API_valuemap(n, N, K, V, def) auto n##IterAt(const K& k) const { return n##_.startAtHash(k); }
@@ -90,7 +91,7 @@
   [[gnu::noinline]] ::Kiv::Ptr<T> kivChildNew_##n(const K& k) {                                   \
     ::Kiv::Ptr<T> c = ::Kiv::detail::newChild<T>(this, kivAttr_##n, k);                           \
     n##_.insert(k, c);                                                                            \
-    kivNotify(kivAttr_##n, &k);                                                                   \
+    kivChanged(kivAttr_##n, &k);                                                                  \
     return c;                                                                                     \
   }                                                                                               \
                                                                                                   \
@@ -99,14 +100,14 @@
     ::Kiv::Ptr<T> old = ::Kiv::ptr_cast<T>(n##_.take(k));                                         \
     if (!old) return old;                                                                         \
     old->parentIs(nullptr);                                                                       \
-    kivNotify(kivAttr_##n, &k);                                                                   \
+    kivChanged(kivAttr_##n, &k);                                                                  \
     return old;                                                                                   \
   }                                                                                               \
   void n##DelAll() {                                                                              \
     if (n##_.empty()) return;                                                                     \
     for (auto& e : n##_.iter()) e.ptr()->parentIs(nullptr);                                       \
     n##_.clear();                                                                                 \
-    kivNotify(kivAttr_##n, nullptr);                                                              \
+    kivChanged(kivAttr_##n, nullptr);                                                             \
   }                                                                                               \
   size_t n##Size() const { return n##_.size(); }                                                  \
   void n##Prefetch() const { n##_.prefetch(); }                                                   \
@@ -174,7 +175,9 @@
 #define KIV_REFL_counter(n, N, T)                                                       \
   ::Kiv::detail::scalarAttr<Self_, T, &Self_::n, &Self_::n##Is>(#n, Self_::kivAttr_##n, \
                                                                 ::Kiv::AttrKind::counter),
-#define KIV_REFL_child(n, N, T) ::Kiv::detail::childAttr<Self_, T, &Self_::n##_>(#n, Self_::kivAttr_##n),
+#define KIV_REFL_child(n, N, T)                                                                 \
+  ::Kiv::detail::childAttr<Self_, T, &Self_::n##_, &Self_::n##Is<::Kiv::detail::ChildKeyOf<T>>, \
+                           &Self_::n##Del>(#n, Self_::kivAttr_##n),
 #define KIV_REFL_values(n, N, K, V, ...) \
   ::Kiv::detail::valuesAttr<Self_, K, V, &Self_::n##_, &Self_::n##Is, &Self_::n##Del>(#n, Self_::kivAttr_##n),
 #define KIV_REFL_ordered KIV_REFL_values

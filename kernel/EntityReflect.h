@@ -87,17 +87,46 @@ AttrInfo scalarAttr(const char* name, uint16_t id, AttrKind kind) {
   return a;
 }
 
-template <class E, class T, auto Member>
+// The one constructor argument of a child entity: its key, or the name of a named entity.
+template <class T>
+struct ChildKey {
+  using type = Name;
+};
+template <class T>
+requires requires { typename T::Key; }
+struct ChildKey<T> {
+  using type = typename T::Key;
+};
+template <class T>
+using ChildKeyOf = typename ChildKey<T>::type;
+
+// A pointer child is a collection of at most one element, keyed by the child's constructor argument:
+// writing an element creates the child (replacing one made from another argument), deleting it
+// unlinks the child whatever its key.
+template <class E, class T, auto Member, auto Is, auto Del>
 AttrInfo childAttr(const char* name, uint16_t id) {
+  using K = ChildKeyOf<T>;
   AttrInfo a;
-  a.name = name, a.kind = AttrKind::child, a.id = id, a.valueType = T::kivTypeInfo().name;
+  a.name = name, a.kind = AttrKind::child, a.id = id;
+  a.keyType = ValueTraits<K>::typeName, a.valueType = T::kivTypeInfo().name;
   a.childType = [] { return &T::kivTypeInfo(); };
   a.forEach = [](const Entity& e, void* ctx, AttrInfo::ElementFn fn) {
     if (const auto& c = static_cast<const E&>(e).*Member)
       fn(ctx, c->name().stdString(), std::string(), c.ptr());
   };
-  a.childAt = [](const Entity& e, std::string_view) -> Entity* {
-    return (static_cast<const E&>(e).*Member).ptr();
+  a.elementIs = [](Entity& e, std::string_view ks, std::string_view) {
+    K k{};
+    if (!ValueTraits<K>::fromText(ks, k)) return false;
+    (static_cast<E&>(e).*Is)(k);
+    return true;
+  };
+  a.elementDel = [](Entity& e, std::string_view) {
+    (static_cast<E&>(e).*Del)();
+    return true;
+  };
+  a.childAt = [](const Entity& e, std::string_view ks) -> Entity* {
+    Entity* c = (static_cast<const E&>(e).*Member).ptr();
+    return c && (ks.empty() || c->name().view() == ks) ? c : nullptr;
   };
   return a;
 }
@@ -124,6 +153,14 @@ AttrInfo valuesAttr(const char* name, uint16_t id) {
     if (!ValueTraits<K>::fromText(ks, k)) return false;
     (static_cast<E&>(e).*Del)(k);
     return true;
+  };
+  a.keyText = [](const void* key) { return ValueTraits<K>::text(*static_cast<const K*>(key)); };
+  a.elementText = [](const Entity& e, std::string_view ks, std::string& out) {
+    K k{};
+    if (!ValueTraits<K>::fromText(ks, k)) return false;
+    const V* v = (static_cast<const E&>(e).*Member).find(k);
+    if (v) out = ValueTraits<V>::text(*v);
+    return v != nullptr;
   };
   return a;
 }
@@ -156,6 +193,7 @@ AttrInfo entitiesAttr(const char* name, uint16_t id) {
     if (!ValueTraits<K>::fromText(ks, k)) return nullptr;
     return (static_cast<const E&>(e).*Member).find(k);
   };
+  a.keyText = [](const void* key) { return ValueTraits<K>::text(*static_cast<const K*>(key)); };
   return a;
 }
 

@@ -19,19 +19,19 @@ bool parseUnsigned(std::string_view s, unsigned long long& out) {
   return r.ec == std::errc() && r.ptr == s.data() + s.size();
 }
 
+// from_chars: no copy and no locale, which a restart that reads back a million times needs.
 bool parseDouble(std::string_view s, double& out) {
   if (s == "inf") return out = std::numeric_limits<double>::infinity(), true;
-  std::string tmp(s);
-  char* end = nullptr;
-  out = std::strtod(tmp.c_str(), &end);
-  return !tmp.empty() && end == tmp.c_str() + tmp.size();
+  const auto r = std::from_chars(s.data(), s.data() + s.size(), out);
+  return !s.empty() && r.ec == std::errc() && r.ptr == s.data() + s.size();
 }
 
+// The shortest text that reads back as the same double: replicated times stay short and exact.
 std::string doubleText(double v) {
   if (std::isinf(v)) return v > 0 ? "inf" : "-inf";
   char buf[64];
-  std::snprintf(buf, sizeof buf, "%.17g", v);
-  return buf;
+  const auto r = std::to_chars(buf, buf + sizeof buf, v);
+  return std::string(buf, r.ptr);
 }
 
 }  // namespace Kiv::detail
