@@ -117,7 +117,14 @@ TEST_F(BridgeTopologyTest, PortsAreFollowedThroughAddRemoveDownUpAndRename) {
   EXPECT_FALSE(topo->view().vlanFiltering);
   const int p1 = lab_->portIndex(1), p2 = lab_->portIndex(2);
   EXPECT_EQ(topo->view().vlans, (std::vector<Vlan>{{1, {{p1, false}, {p2, false}}}}));
-  // Interfaces outside the bridge change nothing, and nobody is told.
+  // Interfaces outside the bridge change nothing, and nobody is told (once the ports have settled:
+  // their carrier can come up after they are first seen).
+  ASSERT_TRUE(TestNet::turnUntil([&] {
+    for (const auto& p : topo->view().ports) {
+      if (!p.operUp || p.blocked) return false;
+    }
+    return true;
+  }));
   const int views = views_;
   ASSERT_TRUE(lab_->sw().ip("link add u1 type veth peer name u2") && lab_->sw().ip("link set u1 up"));
   ASSERT_TRUE(
