@@ -5,7 +5,7 @@ SAN := build/asan
 FUZ := build/fuzz
 CMAKE := cmake -G Ninja -Wno-dev
 
-.PHONY: all setup test format-check bench fuzz clean
+.PHONY: all setup test format-check bench fuzz clean demo lab
 
 all: $(REL)/build.ninja
 	ninja -C $(REL) -j$(JOBS)
@@ -21,6 +21,15 @@ $(FUZ)/build.ninja:
 
 setup:
 	bash scripts/setup
+
+# The lab (root): real hosts join groups through the agent; `lab` leaves it standing.
+demo: setup
+	$(MAKE) --no-print-directory all
+	bash scripts/demo
+
+lab: setup
+	$(MAKE) --no-print-directory all
+	bash scripts/demo --keep
 
 format-check:
 	bash scripts/format-check
