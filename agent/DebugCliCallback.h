@@ -57,6 +57,10 @@ class DebugCliCallback : public Agent::AgentCommandCallback {
 
   const Kiv::String& text() const { return text_; }
   const DebugCliSource& source() const { return source_; }
+  // Packet access is the host's: it tells the callback where its counters are once it has them.
+  void pamErrorCountersIs(std::function<std::vector<PamErrorCounters>()> fn) {
+    source_.pamErrorCounters = std::move(fn);
+  }
 
   void handleCommand(int socket, const Kiv::String& command) override;
   void printShowGroups(int socket, const Kiv::String& command);

@@ -19,7 +19,7 @@ class BridgeIntake {
   BridgeIntake(const std::string& bridge, CoreFeed& feed);
   ~BridgeIntake();
 
-  const Platform::PacketAccess& packetAccess() const { return *pam_; }
+  Platform::PacketAccess& packetAccess() { return *pam_; }
 
  private:
   void handleTopology(const Platform::BridgeTopology::View& view);

@@ -152,7 +152,12 @@ int main(int argc, char** argv) {
   } catch (const Kiv::Exception& e) {
     die(e.what());
   }
-  commandSocket->agentCommandCallbackIs(agent->debugCliCallback());
+  agent->debugCliCallback()->pamErrorCountersIs([&intake, bridge = o.bridge] {
+    Platform::PacketAccess::Counters c = intake->packetAccess().counters();
+    return std::vector<IgmpSnoopingAgent::PamErrorCounters>{
+        {bridge, static_cast<uint32_t>(c.rxOversize + c.ringDrops), static_cast<uint32_t>(c.txErrors),
+         static_cast<uint32_t>(c.txNoRoom)}};
+  });
   std::fprintf(stderr, "igmpsnoopd: serving bridge %s, commands on %s\n", o.bridge.c_str(),
                o.commandSocket.c_str());
 
