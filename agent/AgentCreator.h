@@ -1,0 +1,92 @@
+// The agent's shell: Root, which the program that hosts the agent makes with rootFactory and gives the
+// mounted entities through agentIs, and AgentCreator, which builds everything else from them in one
+// fixed order and owns it for the life of the process.
+//
+// Creation order (handleConstructor): the ring trace; the local counters, restored from the mounted
+// ones so that counts survive a restart; the counter update time; the timer wheel, before anything
+// that takes a timer; the agent-wide glue; the command service and the debug callback on it.
+#pragma once
+
+#include "agent/AgentCommandRequestDirSm.h"
+#include "agent/DebugCliCallback.h"
+#include "kernel/Dir.h"
+#include "kernel/TimerWheel.h"
+#include "model/Config.h"
+#include "model/IgmpCounterDir.h"
+#include "model/IgmpProfile.h"
+#include "model/IgmpProtocolConfig.h"
+#include "model/Status.h"
+#include "model/SyncStatus.h"
+
+namespace IgmpSnoopingAgent {
+
+// The mounted entities the agent is built from, in the order of its mount table. The host mounts
+// them (from the state database or the in-process store) before it calls Root::agentIs.
+struct AgentMounts {
+  Kiv::Ptr<Bridging::IgmpSnooping::Config> config;                      // read
+  Kiv::Ptr<Bridging::IgmpSnooping::SwForceConfig const> swForceConfig;  // read
+  Kiv::Ptr<Bridging::IgmpSnooping::CounterConfig> counterConfig;        // read
+  Kiv::Ptr<Bridging::IgmpSnooping::Status> status;                      // write
+  Kiv::Ptr<Bridging::IgmpSnooping::SyncStatus> legacyAdvStatus;         // write
+  Kiv::Ptr<Bridging::IgmpSnooping::IgmpProtocolConfig> protocolConfig;  // write
+  Kiv::Ptr<Bridging::IgmpSnooping::IgmpProtocolStatus> protocolStatus;  // write
+  Kiv::Ptr<IgmpProfile::ProfileConfig const> profileConfig;             // read
+  Kiv::Ptr<Bridging::IgmpSnooping::IgmpCounterDir> counterDir;          // write
+  Kiv::Ptr<Bridging::IgmpSnooping::HwConfig> hwConfig;                  // read
+  Kiv::Ptr<Kiv::Dir> cliRequestDir;                                     // read
+  bool operator==(const AgentMounts&) const = default;
+};
+
+class AgentCreator : public Kiv::NamedEntity {
+ public:
+  AgentCreator(const Kiv::Name& name, const Kiv::Name& sysname, const AgentMounts& mounts);
+  ~AgentCreator() override;
+  const Kiv::TypeInfo& typeInfo() const override;
+
+  const Kiv::Name& sysname() const { return sysname_; }
+  const AgentMounts& mounts() const { return mounts_; }
+  bool kivSameArgs(const Kiv::Name& name, const Kiv::Name& sysname, const AgentMounts& mounts) const {
+    return name == this->name() && sysname == sysname_ && mounts == mounts_;
+  }
+  void nameIsFromBackup(const Kiv::Name&) {}
+
+  const Kiv::Ptr<Bridging::IgmpSnooping::IgmpCounterDir>& localCounterDir() const { return localCounterDir_; }
+  const Kiv::Ptr<Bez::TimerWheel>& timerWheel() const { return timerWheel_; }
+  const Kiv::Ptr<Agent::AgentCommandRequestDirSm>& cliRequestDirSm() const { return cliRequestDirSm_; }
+  const Kiv::Ptr<DebugCliCallback>& debugCliCallback() const { return debugCliCallback_; }
+  bool constructed() const { return constructed_; }
+
+  // Runs once; a second call does nothing.
+  void handleConstructor();
+
+ private:
+  Kiv::Name sysname_;
+  AgentMounts mounts_;
+  Kiv::Ptr<Bridging::IgmpSnooping::IgmpCounterDir> localCounterDir_;
+  Kiv::Ptr<Bez::TimerWheel> timerWheel_;
+  Kiv::Ptr<Agent::AgentCommandRequestDirSm> cliRequestDirSm_;
+  Kiv::Ptr<DebugCliCallback> debugCliCallback_;
+  bool constructed_ = false;
+};
+
+class Root : public Kiv::NamedEntity {
+ public:
+  explicit Root(const Kiv::Name& name) : Kiv::NamedEntity(name) {}
+  ~Root() override;
+  const Kiv::TypeInfo& typeInfo() const override;
+
+  const Kiv::Ptr<AgentCreator>& agent() const { return agent_; }
+  // Builds the agent from its mounts, or returns the one that exists with the same arguments; other
+  // arguments are the name-in-use error.
+  Kiv::Ptr<AgentCreator> agentIs(const AgentMounts& mounts, const Kiv::Name& name);
+  Kiv::Ptr<AgentCreator> agentDel();
+  void nameIsFromBackup(const Kiv::Name&) {}
+
+ private:
+  Kiv::Ptr<AgentCreator> agent_;
+};
+
+// What the host calls first: a new Root with that name, with notification active.
+Kiv::Ptr<Root> rootFactory(const Kiv::Name& name);
+
+}  // namespace IgmpSnoopingAgent
