@@ -13,6 +13,7 @@
 #include <linux/rtnetlink.h>
 #include <net/if.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -162,6 +163,7 @@ BridgeDataplane::BridgeDataplane(LinkWatcher& links, Settings settings, const Ki
     : links_(links),
       settings_(std::move(settings)),
       nl_(std::make_unique<NetlinkSocket>(std::initializer_list<unsigned>{})) {
+  hashLimit_ = settings_.hashMax;
   vlanReactor_ = Kiv::make<VlanReactor>(this);
   contextReactor_ = Kiv::make<ContextReactor>(this);
   statusReactor_ = Kiv::make<StatusReactor>(this);
@@ -440,6 +442,7 @@ void BridgeDataplane::doReadErrors() {
     netlinkRequestAcked(*nl_, RTM_NEWLINK, bridgeOptionsBody(bridge_, std::span(&on, 1)));
     Kiv::log(DATAPLANE_SNOOPING_RESTORED, nameOf(bridge_));
     resyncWanted_ = true;
+    hashOverflowed_ = true;
   }
   if (resyncWanted_) doScheduleFlush();
 }
@@ -468,8 +471,12 @@ void BridgeDataplane::doResync() {
       ++heldGroups_[e.group];
     }
   }
-  for (const auto& [port, kind] : c.routerPorts)
-    if (kind == MDB_RTR_TYPE_PERM) routerHeld_[port] = MDB_RTR_TYPE_PERM;
+  for (const auto& [port, setting] : c.routerPorts) routerHeld_[port] = setting;
+  if (hashOverflowed_) {
+    // Whatever else holds the rest of the kernel's table, the groups there now are what fits.
+    hashLimit_ = std::min<uint32_t>(hashLimit_, static_cast<uint32_t>(heldGroups_.size()));
+    hashOverflowed_ = false;
+  }
   synced_ = true;
   dirtyAllIs();
 }
@@ -501,7 +508,7 @@ void BridgeDataplane::flush() {
     const auto held = held_.find(eth);
     for (const Entry& e : want) {
       if (held != held_.end() && held->second.count(e)) continue;
-      if (!heldGroups_.count(e.second) && heldGroups_.size() >= settings_.hashMax) {
+      if (!heldGroups_.count(e.second) && heldGroups_.size() >= hashLimit_) {
         // One group more would overflow the bridge's table and turn its snooping off.
         ++counters_.hashRefused;
         refusedEths_.insert(eth);
@@ -513,7 +520,7 @@ void BridgeDataplane::flush() {
       send(RTM_NEWMDB, mdbEntryBody(bridge_, MdbEntry{e.first, e.second, vid_, true}), eth, e, true);
     }
   }
-  if (refused) Kiv::log(DATAPLANE_HASH_FULL, nameOf(bridge_), std::to_string(settings_.hashMax));
+  if (refused) Kiv::log(DATAPLANE_HASH_FULL, nameOf(bridge_), std::to_string(hashLimit_));
   const size_t groupsBefore = heldGroups_.size();
   for (const auto& [eth, want] : work) {
     const auto held = held_.find(eth);
@@ -573,7 +580,8 @@ DataplaneView dataplaneHeld(const std::string& bridgeName, uint16_t vid) {
   DataplaneView v;
   for (const MdbEntry& e : c.entries)
     if (e.vid == vid && e.port != bridge) v.entries.insert({nameOf(e.port), IpAddr::fromHost(e.group)});
-  for (const auto& [port, kind] : c.routerPorts) v.routerPorts.insert(nameOf(port));
+  for (const auto& [port, setting] : c.routerPorts)
+    if (setting == MDB_RTR_TYPE_PERM) v.routerPorts.insert(nameOf(port));
   return v;
 }
 

@@ -139,6 +139,9 @@ class BridgeDataplane : public LinkWatcher::Observer {
   // entry counts against the hash limit, the kernel's own ones too).
   std::unordered_map<uint64_t, std::set<Entry>> held_;
   std::unordered_map<uint32_t, uint32_t> heldGroups_;
+  // settings_.hashMax, or less once the kernel refused a group below it (others add entries too).
+  uint32_t hashLimit_ = 0;
+  bool hashOverflowed_ = false;
   // Each port's router state as last set or read; a port missing is unknown and is set.
   std::map<int, uint8_t> routerHeld_;
   std::unordered_set<uint64_t> dirtyEths_;

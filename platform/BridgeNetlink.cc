@@ -150,29 +150,17 @@ void mdbMsgParse(Bytes body, int bridge, MdbContents& out) {
               MdbEntry{static_cast<int>(e.ifindex), ntohl(e.addr.u.ip4), e.vid, e.state == MDB_PERMANENT});
         });
       });
-    } else if (type == MDBA_ROUTER) {
-      netlinkAttrsEach(v, [&](uint16_t t, Bytes port) {
-        if (t != MDBA_ROUTER_PORT || port.size() < 4) return;
-        uint32_t ifindex;
-        std::memcpy(&ifindex, port.data(), 4);
-        uint8_t kind = MDB_RTR_TYPE_TEMP;
-        netlinkAttrsEach(port.subspan(4), [&](uint16_t a, Bytes pv) {
-          if (a == MDBA_ROUTER_PATTR_TYPE && !pv.empty()) kind = pv[0];
-        });
-        out.routerPorts[static_cast<int>(ifindex)] = kind;
-      });
     }
   });
 }
 
-bool mdbDump(NetlinkSocket& nl, int bridge, MdbContents& out) {
-  br_port_msg bpm{};
-  bpm.family = AF_BRIDGE;
-  std::vector<uint8_t> body(NLMSG_ALIGN(sizeof bpm));
-  std::memcpy(body.data(), &bpm, sizeof bpm);
-  const uint32_t seq = nl.request(RTM_GETMDB, NLM_F_DUMP, body);
+namespace {
+
+// Runs one dump to its end, handing each message of it to fn.
+bool dumpRun(NetlinkSocket& nl, uint16_t type, std::span<const uint8_t> body,
+             const std::function<void(const NetlinkMsg&)>& fn) {
+  const uint32_t seq = nl.request(type, NLM_F_DUMP, body);
   if (seq == 0) return false;
-  out = MdbContents();
   bool done = false, failed = false;
   // The kernel fills the next part of a dump inside each read, so the reads rarely wait.
   for (int idle = 0; !done && !failed && idle < 200;) {
@@ -185,8 +173,8 @@ bool mdbDump(NetlinkSocket& nl, int bridge, MdbContents& out) {
           done = true;
         else if (m.type == NLMSG_ERROR)
           failed = true;
-        else if (m.type == RTM_NEWMDB)
-          mdbMsgParse(m.body, bridge, out);
+        else
+          fn(m);
       });
     });
     if (!intact) return false;
@@ -197,6 +185,44 @@ bool mdbDump(NetlinkSocket& nl, int bridge, MdbContents& out) {
     }
   }
   return done && !failed;
+}
+
+}  // namespace
+
+void portMsgParse(Bytes body, int bridge, MdbContents& out) {
+  if (body.size() < sizeof(ifinfomsg)) return;
+  ifinfomsg ifi;
+  std::memcpy(&ifi, body.data(), sizeof ifi);
+  int master = 0;
+  int router = -1;
+  netlinkAttrsEach(body.subspan(NLMSG_ALIGN(sizeof ifi)), [&](uint16_t type, Bytes v) {
+    if (type == IFLA_MASTER && v.size() >= 4) std::memcpy(&master, v.data(), 4);
+    if (type != IFLA_PROTINFO) return;
+    netlinkAttrsEach(v, [&](uint16_t t, Bytes pv) {
+      if (t == IFLA_BRPORT_MULTICAST_ROUTER && !pv.empty()) router = pv[0];
+    });
+  });
+  if (master == bridge && ifi.ifi_index != bridge && router >= 0)
+    out.routerPorts[ifi.ifi_index] = static_cast<uint8_t>(router);
+}
+
+bool mdbDump(NetlinkSocket& nl, int bridge, MdbContents& out) {
+  out = MdbContents();
+  br_port_msg bpm{};
+  bpm.family = AF_BRIDGE;
+  std::vector<uint8_t> body(NLMSG_ALIGN(sizeof bpm));
+  std::memcpy(body.data(), &bpm, sizeof bpm);
+  // The kernel's dump answers with messages of the request's type.
+  const bool entries = dumpRun(nl, RTM_GETMDB, body, [&](const NetlinkMsg& m) {
+    if (m.type == RTM_GETMDB || m.type == RTM_NEWMDB) mdbMsgParse(m.body, bridge, out);
+  });
+  ifinfomsg ifi{};
+  ifi.ifi_family = AF_BRIDGE;
+  std::vector<uint8_t> linkBody(sizeof ifi);
+  std::memcpy(linkBody.data(), &ifi, sizeof ifi);
+  return entries && dumpRun(nl, RTM_GETLINK, linkBody, [&](const NetlinkMsg& m) {
+           if (m.type == RTM_NEWLINK) portMsgParse(m.body, bridge, out);
+         });
 }
 
 }  // namespace Platform

@@ -23,8 +23,8 @@ struct MdbEntry {
   auto operator<=>(const MdbEntry&) const = default;
 };
 
-// What a bridge's database holds: its IPv4 entries and the ports it counts as router ports, with
-// their kind (MDB_RTR_TYPE_*).
+// What a bridge's database holds: its IPv4 entries, and each port's router setting (0 never, 1
+// learned, 2 always).
 struct MdbContents {
   std::vector<MdbEntry> entries;
   std::map<int, uint8_t> routerPorts;
@@ -48,9 +48,12 @@ int netlinkRequestAcked(NetlinkSocket& nl, uint16_t type, std::span<const uint8_
 // The errno of an NLMSG_ERROR message (0 for an acknowledgement), or -1 for any other message.
 int netlinkErrorOf(const NetlinkMsg& msg);
 
-// Reads the whole multicast database of one bridge; false when the dump could not be had.
+// Reads the whole multicast database of one bridge and its ports' router settings (the database's
+// own router list is empty while the bridge itself is no router); false when a dump failed.
 bool mdbDump(NetlinkSocket& nl, int bridge, MdbContents& out);
-// Takes the entries and router ports of one RTM_NEWMDB message of a dump, if it is of this bridge.
+// Takes the entries of one message of a database dump, if it is of this bridge.
 void mdbMsgParse(std::span<const uint8_t> body, int bridge, MdbContents& out);
+// Takes the router setting of one bridge-form RTM_NEWLINK message, if it is of a port of this bridge.
+void portMsgParse(std::span<const uint8_t> body, int bridge, MdbContents& out);
 
 }  // namespace Platform
