@@ -63,6 +63,9 @@ EthAddr ethOf(uint64_t k) {
 }
 uint64_t ethKeyOfGroup(uint32_t group) { return ethKey(IpToEthGroupMap(IpAddr::fromHost(group))); }
 
+// Long enough for the kernel to free the groups whose last entry went.
+constexpr Kiv::Seconds retryDelay = 0.1;
+
 // The bridge floods 224.0.0.0/24 always and takes no entries for it.
 bool programmable(IpAddr g) { return g.isMulticast() && !g.isReservedMulticast(); }
 
@@ -156,6 +159,15 @@ class BridgeDataplane::GroupReactor : public IgmpGroup::NotifieeConst {
   BridgeDataplane* dp_;
 };
 
+class BridgeDataplane::RetryReactor : public Kiv::Clock::NotifieeConst {
+ public:
+  explicit RetryReactor(BridgeDataplane* dp) : dp_(dp) {}
+  void onTime() override { dp_->handleRetry(); }
+
+ private:
+  BridgeDataplane* dp_;
+};
+
 // --- following the published state ----------------------------------------------------------------
 
 BridgeDataplane::BridgeDataplane(LinkWatcher& links, Settings settings, const Kiv::Ptr<Status const>& status,
@@ -168,6 +180,8 @@ BridgeDataplane::BridgeDataplane(LinkWatcher& links, Settings settings, const Ki
   contextReactor_ = Kiv::make<ContextReactor>(this);
   statusReactor_ = Kiv::make<StatusReactor>(this);
   protocolReactor_ = Kiv::make<ProtocolReactor>(this);
+  retryReactor_ = Kiv::make<RetryReactor>(this);
+  retryReactor_->notifierIs(Kiv::activityManager()->clock());
   statusReactor_->notifierIs(status);
   protocolReactor_->notifierIs(protocol);
   links_.observerAdd(this);
@@ -181,6 +195,7 @@ BridgeDataplane::~BridgeDataplane() {
   protocolReactor_->notifierIs(nullptr);
   vlanReactor_->notifierIs(nullptr);
   contextReactor_->notifierIs(nullptr);
+  retryReactor_->notifierIs(nullptr);
   for (auto& [k, r] : ethReactors_) r->notifierIs(nullptr);
   for (auto& [k, r] : groupReactors_) r->notifierIs(nullptr);
   // Errors of the last requests are read so that nothing is left unsaid in the counters; what was
@@ -257,6 +272,16 @@ void BridgeDataplane::handleAllGroups() {
 
 void BridgeDataplane::dirtyEthIs(EthAddr eth) {
   dirtyEths_.insert(ethKey(eth));
+  doScheduleFlush();
+}
+
+bool BridgeDataplane::converged() const {
+  return bridge_ != 0 && synced_ && !flushPending_ && retryReactor_->timeMin() == Kiv::infinity;
+}
+
+void BridgeDataplane::handleRetry() {
+  for (uint64_t eth : refusedEths_) dirtyEths_.insert(eth);
+  refusedEths_.clear();
   doScheduleFlush();
 }
 
@@ -542,11 +567,8 @@ void BridgeDataplane::flush() {
   }
   doReadErrors();
   // Groups that went made room for those left out.
-  if (heldGroups_.size() < groupsBefore && !refusedEths_.empty()) {
-    for (uint64_t eth : refusedEths_) dirtyEths_.insert(eth);
-    refusedEths_.clear();
-    doScheduleFlush();
-  }
+  if (heldGroups_.size() < groupsBefore && !refusedEths_.empty())
+    retryReactor_->timeMinIs(Kiv::activityManager()->clock()->now() + retryDelay);
 }
 
 // --- comparing --------------------------------------------------------------------------------------

@@ -12,6 +12,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "kernel/Clock.h"
 #include "kernel/Log.h"
 #include "kernel/Ptr.h"
 #include "model/IgmpContextStatus.h"
@@ -82,8 +83,8 @@ class BridgeDataplane : public LinkWatcher::Observer {
   BridgeDataplane(const BridgeDataplane&) = delete;
   BridgeDataplane& operator=(const BridgeDataplane&) = delete;
 
-  // The bridge is known, read, and nothing is waiting to be programmed.
-  bool converged() const { return bridge_ != 0 && synced_ && !flushPending_; }
+  // The bridge is known, read, and nothing is waiting to be programmed or retried.
+  bool converged() const;
   const Counters& counters() const { return counters_; }
   // Applies what is pending now rather than at the end of the loop's turn.
   void flush();
@@ -95,6 +96,7 @@ class BridgeDataplane : public LinkWatcher::Observer {
   class ProtocolReactor;
   class ContextReactor;
   class GroupReactor;
+  class RetryReactor;
   using Entry = std::pair<int, uint32_t>;  // port, group
 
   void onLink(const LinkWatcher::Link* before, const LinkWatcher::Link* after) override;
@@ -109,6 +111,7 @@ class BridgeDataplane : public LinkWatcher::Observer {
   void dirtyAllIs();
   void routersDirtyIs();
   void doScheduleFlush();
+  void handleRetry();
   void doResync();
   std::set<Entry> desiredOf(uint64_t eth) const;
   std::map<int, uint8_t> desiredRouters() const;
@@ -126,6 +129,9 @@ class BridgeDataplane : public LinkWatcher::Observer {
   Kiv::Ptr<ProtocolReactor> protocolReactor_;
   Kiv::Ptr<VlanReactor> vlanReactor_;
   Kiv::Ptr<ContextReactor> contextReactor_;
+  // Wakes the writer to retry groups left out for the hash limit, once the kernel has let go of
+  // groups that left (it frees them a moment after the last entry goes).
+  Kiv::Ptr<RetryReactor> retryReactor_;
   std::unordered_map<uint64_t, Kiv::Ptr<EthGroupReactor>> ethReactors_;
   std::unordered_map<uint32_t, Kiv::Ptr<GroupReactor>> groupReactors_;
   // The core's groups by the Ethernet group they map to.

@@ -365,9 +365,13 @@ TEST_F(BridgeDataplaneTest, NoGroupBeyondTheHashLimitAndNoSilentFlooding) {
       std::make_unique<BridgeDataplane>(links_, BridgeDataplane::Settings{"br0", 1, 8}, status_, protocol_);
   converge();
   ASSERT_TRUE(TestNet::turnUntil([&] { return !logs.entries.empty() && writer_->converged(); }));
-  bool restored = false;
-  for (const auto& e : logs.entries) restored |= e.name == "DATAPLANE_SNOOPING_RESTORED";
+  bool restored = false, full = false;
+  for (const auto& e : logs.entries) {
+    restored |= e.name == "DATAPLANE_SNOOPING_RESTORED";
+    full |= e.name == "DATAPLANE_HASH_FULL";
+  }
   EXPECT_TRUE(restored);
+  EXPECT_TRUE(full);
   EXPECT_TRUE(lab_->sw().exec("ip -d link show br0 | grep -q 'mcast_snooping 1'"));
   EXPECT_EQ(Platform::dataplaneHeld("br0").entries.size(), 4u);
   ASSERT_TRUE(querierCounts());
@@ -386,6 +390,8 @@ TEST_F(BridgeDataplaneTest, NoGroupBeyondTheHashLimitAndNoSilentFlooding) {
   const DataplaneView after = Platform::dataplaneHeld("br0");
   EXPECT_EQ(after.entries.size(), 4u);
   EXPECT_EQ(after.entries.count({"p1", gone}), 0u);
+  // The room was waited for: no second overflow.
+  EXPECT_EQ(logs.lines(), std::vector<std::string>());
   EXPECT_TRUE(lab_->sw().exec("ip -d link show br0 | grep -q 'mcast_snooping 1'"));
 }
 
