@@ -11,6 +11,7 @@
 #include <optional>
 #include <thread>
 
+#include "net/FrameBuilder.h"
 #include "net/IpToEthGroupMap.h"
 #include "platform/BridgeSetup.h"
 #include "tests/support/BridgeLab.h"
@@ -38,26 +39,8 @@ const IpAddr g1(239, 1, 1, 1), g2(239, 2, 2, 2);
 
 // A UDP datagram from host 4 to a group, as it leaves the host.
 Bytes streamFrame(IpAddr group) {
-  Bytes f(14 + 20 + 8 + 16, 0);
-  IpToEthGroupMap(group).bytesOut(f.data());
-  const uint8_t src[6] = {0x02, 0, 0, 0, 0, 0x04};
-  std::copy(src, src + 6, f.begin() + 6);
-  f[12] = 0x08;
-  uint8_t* ip = f.data() + 14;
-  ip[0] = 0x45;
-  ip[3] = 44;
-  ip[8] = 8;
-  ip[9] = 17;
-  ip[12] = 10, ip[13] = 7, ip[15] = 4;
-  const uint32_t g = group.value();
-  ip[16] = static_cast<uint8_t>(g >> 24), ip[17] = static_cast<uint8_t>(g >> 16);
-  ip[18] = static_cast<uint8_t>(g >> 8), ip[19] = static_cast<uint8_t>(g);
-  uint32_t sum = 0;
-  for (int i = 0; i < 20; i += 2) sum += ip[i] << 8 | ip[i + 1];
-  while (sum >> 16) sum = (sum & 0xffff) + (sum >> 16);
-  ip[10] = static_cast<uint8_t>(~sum >> 8), ip[11] = static_cast<uint8_t>(~sum);
-  ip[21] = 9, ip[23] = 9, ip[25] = 24;
-  return f;
+  auto p = Lomax::FrameBuilder(Lomax::EthAddr(0x0200, 0, 4), IpAddr(10, 7, 0, 4)).udpDatagram(group, 9, 16);
+  return Bytes(p->data(), p->data() + p->len());
 }
 
 void turn() {
