@@ -15,6 +15,8 @@
 #include <vector>
 
 #include "bench/support/BenchSupport.h"
+#include "kernel/ActivityManager.h"
+#include "kernel/Clock.h"
 #include "net/FrameBuilder.h"
 #include "net/IpToEthGroupMap.h"
 #include "platform/BridgeDataplane.h"
@@ -82,7 +84,7 @@ class Rig {
     (void)p;
   }
   bool settle() {
-    return TestNet::turnUntil([&] { return writer_->converged(); }, 120);
+    return spinUntil([&] { return writer_->converged(); }, 120);
   }
 
   // Entries per second while the joins arrive, then while they all leave.
@@ -128,7 +130,7 @@ class Rig {
       drain(member, 0.002);
       const auto t0 = Clock::now();
       join(g, 1);
-      TestNet::turnUntil([&] { return writer_->converged(); });
+      settle();
       if (!arrives(member, g, 1.0)) break;
       ms.push_back(since(t0) * 1000);
       leave(g, 1);
@@ -144,8 +146,21 @@ class Rig {
 
  private:
   static IpAddr group(uint32_t i) { return IpAddr::fromHost(0xef000000u + 0x10000u + i); }
+  // One turn of the loop that does not wait: the harness's own waits would be what is measured.
   static void oneTurn() {
-    TestNet::turnUntil([n = 0]() mutable { return n++ == 1; });
+    Kiv::Clock::NotifieeConst wake;
+    wake.notifierIs(Kiv::activityManager()->clock());
+    wake.timeMinIs(Kiv::activityManager()->clock()->now());
+    Kiv::activityManager()->runOnce();
+  }
+  template <class Pred>
+  static bool spinUntil(Pred done, double seconds) {
+    const auto t0 = Clock::now();
+    while (!done()) {
+      if (since(t0) > seconds) return false;
+      oneTurn();
+    }
+    return true;
   }
 
   static void drain(TestNet::RawPort& p, double seconds) {
