@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <functional>
 
 #include "kernel/ActivityManager.h"
 #include "kernel/Exception.h"
@@ -77,6 +78,25 @@ std::string nameOf(int ifindex) {
 std::string ipText(uint32_t group) {
   return std::to_string(group >> 24) + "." + std::to_string(group >> 16 & 255) + "." +
          std::to_string(group >> 8 & 255) + "." + std::to_string(group & 255);
+}
+
+// Calls fn for each IP group behind one published port of an Ethernet group. addrGroups are the groups
+// of that Ethernet address the core has, and those the peer has members of (peerGroupList). Behind the
+// port are the core's groups with members on it; a port that has none is published for the peer, and
+// then every group of the address is behind it, since which of them the peer has there is not known.
+void groupsBehind(const IgmpContextStatus& core, const std::vector<IpAddr>& addrGroups, IntfId port,
+                  const std::function<void(IpAddr)>& fn) {
+  bool local = false;
+  for (IpAddr g : addrGroups) {
+    auto grp = core.group(g);
+    if (grp && grp->intf(port) && programmable(g)) {
+      local = true;
+      fn(g);
+    }
+  }
+  if (local) return;
+  for (IpAddr g : addrGroups)
+    if (programmable(g)) fn(g);
 }
 
 }  // namespace
@@ -144,6 +164,14 @@ class BridgeDataplane::ContextReactor : public IgmpContextStatus::NotifieeConst 
   explicit ContextReactor(BridgeDataplane* dp) : dp_(dp) {}
   void onGroup(const IpAddr& g) override { dp_->handleGroup(g); }
   void onGroupkivImmediate() override { dp_->handleAllGroups(); }
+  void onPeerGroupList(const IpAddr& g) override { dp_->handlePeerGroup(g); }
+  void onPeerGroupListkivImmediate() override {
+    std::vector<IpAddr> groups;
+    for (const auto& [eth, set] : dp_->peerGroupsOfEth_)
+      for (uint32_t g : set) groups.push_back(IpAddr::fromHost(g));
+    for (const auto& g : notifier()->peerGroupListIter()) groups.push_back(g.key());
+    for (IpAddr g : groups) dp_->handlePeerGroup(g);
+  }
 
  private:
   BridgeDataplane* dp_;
@@ -219,6 +247,7 @@ void BridgeDataplane::contextIs(Kiv::Ptr<IgmpContextStatus const> c) {
   for (auto& [k, r] : groupReactors_) r->notifierIs(nullptr);
   groupReactors_.clear();
   groupsOfEth_.clear();
+  peerGroupsOfEth_.clear();
   contextReactor_->notifierIs(c);
 }
 
@@ -270,6 +299,17 @@ void BridgeDataplane::handleAllGroups() {
   for (IpAddr g : groups) handleGroup(g);
 }
 
+void BridgeDataplane::handlePeerGroup(IpAddr group) {
+  const auto& core = contextReactor_->notifier();
+  const uint64_t k = ethKey(IpToEthGroupMap(group));
+  if (core && core->peerGroupList(group)) {
+    peerGroupsOfEth_[k].insert(group.value());
+  } else if (auto e = peerGroupsOfEth_.find(k); e != peerGroupsOfEth_.end()) {
+    if (e->second.erase(group.value()) && e->second.empty()) peerGroupsOfEth_.erase(e);
+  }
+  dirtyEthIs(IpToEthGroupMap(group));
+}
+
 void BridgeDataplane::dirtyEthIs(EthAddr eth) {
   dirtyEths_.insert(ethKey(eth));
   doScheduleFlush();
@@ -288,6 +328,7 @@ void BridgeDataplane::handleRetry() {
 void BridgeDataplane::dirtyAllIs() {
   for (const auto& [k, v] : held_) dirtyEths_.insert(k);
   for (const auto& [k, v] : groupsOfEth_) dirtyEths_.insert(k);
+  for (const auto& [k, v] : peerGroupsOfEth_) dirtyEths_.insert(k);
   for (const auto& [k, v] : ethReactors_) dirtyEths_.insert(k);
   doScheduleFlush();
 }
@@ -377,17 +418,19 @@ std::set<BridgeDataplane::Entry> BridgeDataplane::desiredOf(uint64_t eth) const 
   std::set<Entry> out;
   const auto& vlan = vlanReactor_->notifier();
   const auto& core = contextReactor_->notifier();
-  auto groups = groupsOfEth_.find(eth);
-  if (!vlan || !core || groups == groupsOfEth_.end()) return out;
+  if (!vlan || !core) return out;
   auto eg = vlan->ethGroup(ethOf(eth));
   if (!eg) return out;
-  for (uint32_t g : groups->second) {
-    auto grp = core->group(IpAddr::fromHost(g));
-    if (!grp || !programmable(IpAddr::fromHost(g))) continue;
-    for (const auto& i : eg->groupIntfIter()) {
-      if (!*i.value() || !grp->intf(i.key())) continue;
-      if (int port = portOf(i.key())) out.insert({port, g});
-    }
+  std::set<uint32_t> both;
+  for (const auto* byEth : {&groupsOfEth_, &peerGroupsOfEth_})
+    if (auto groups = byEth->find(eth); groups != byEth->end())
+      both.insert(groups->second.begin(), groups->second.end());
+  std::vector<IpAddr> addrGroups;
+  for (uint32_t g : both) addrGroups.push_back(IpAddr::fromHost(g));
+  for (const auto& i : eg->groupIntfIter()) {
+    if (!*i.value()) continue;
+    const int port = portOf(i.key());
+    if (port) groupsBehind(*core, addrGroups, i.key(), [&](IpAddr g) { out.insert({port, g.value()}); });
   }
   return out;
 }
@@ -577,17 +620,21 @@ DataplaneView dataplanePublished(const VlanStatus* vlan, const IgmpContextStatus
                                  const std::vector<std::string>& bridgePorts) {
   DataplaneView v;
   const bool flood = !vlan || vlan->useVlanFloodset();
-  std::set<std::string> ports(bridgePorts.begin(), bridgePorts.end());
+  const std::set<std::string> ports(bridgePorts.begin(), bridgePorts.end());
   for (const std::string& p : bridgePorts)
     if (flood || vlan->routerIntf(IntfId(Kiv::String(p)))) v.routerPorts.insert(p);
   if (!vlan || !core) return v;
-  for (const auto& g : core->groupIter()) {
-    if (!programmable(g.key())) continue;
-    auto eg = vlan->ethGroup(IpToEthGroupMap(g.key()));
-    if (!eg) continue;
-    for (const auto& i : g->intfIter()) {
+  std::map<uint64_t, std::set<IpAddr>> addrGroups;
+  for (const auto& g : core->groupIter()) addrGroups[ethKey(IpToEthGroupMap(g.key()))].insert(g.key());
+  for (const auto& g : core->peerGroupListIter())
+    if (*g.value()) addrGroups[ethKey(IpToEthGroupMap(g.key()))].insert(g.key());
+  for (const auto& eg : vlan->ethGroupIter()) {
+    const auto& set = addrGroups[ethKey(eg.key())];
+    const std::vector<IpAddr> groups(set.begin(), set.end());
+    for (const auto& i : eg->groupIntfIter()) {
       std::string name = i.key().stringValue().stdString();
-      if (eg->groupIntf(i.key()) && ports.count(name)) v.entries.insert({name, g.key()});
+      if (!*i.value() || !ports.count(name)) continue;
+      groupsBehind(*core, groups, i.key(), [&](IpAddr g) { v.entries.insert({name, g}); });
     }
   }
   return v;

@@ -38,8 +38,9 @@ struct DataplaneView {
 };
 
 // What the published state asks of a bridge with these ports: the IP groups behind each published
-// Ethernet group on each port, and the published router ports, or every port while the VLAN floods
-// (no VLAN status, or useVlanFloodset). Either status may be null.
+// Ethernet group on each port (the core's groups with members there; for a port only the peer asks
+// for, every group of that address the core or the peer has), and the published router ports, or every port
+// while the VLAN floods (no VLAN status, or useVlanFloodset). Either status may be null.
 DataplaneView dataplanePublished(const Bridging::IgmpSnooping::VlanStatus* vlan,
                                  const Bridging::IgmpSnooping::IgmpContextStatus* core,
                                  const std::vector<std::string>& bridgePorts);
@@ -107,6 +108,7 @@ class BridgeDataplane : public LinkWatcher::Observer {
   void handleEthGroup(Lomax::EthAddr eth);
   void handleGroup(Lomax::IpAddr group);
   void handleAllGroups();
+  void handlePeerGroup(Lomax::IpAddr group);
   void dirtyEthIs(Lomax::EthAddr eth);
   void dirtyAllIs();
   void routersDirtyIs();
@@ -136,6 +138,8 @@ class BridgeDataplane : public LinkWatcher::Observer {
   std::unordered_map<uint32_t, Kiv::Ptr<GroupReactor>> groupReactors_;
   // The core's groups by the Ethernet group they map to.
   std::unordered_map<uint64_t, std::unordered_set<uint32_t>> groupsOfEth_;
+  // The groups the peer has members of (peerGroupList), likewise.
+  std::unordered_map<uint64_t, std::unordered_set<uint32_t>> peerGroupsOfEth_;
 
   int bridge_ = 0;
   uint16_t vid_ = 0;

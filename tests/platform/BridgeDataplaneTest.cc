@@ -218,7 +218,7 @@ TEST_F(BridgeDataplaneTest, GroupsReachMembersAndRouterPortsOnlyAndALeaveStopsTh
   EXPECT_EQ(differences(), std::vector<std::string>());
 }
 
-TEST_F(BridgeDataplaneTest, TwoGroupsOfOneEthernetAddressKeepTheirOwnEntries) {
+TEST_F(BridgeDataplaneTest, EntriesAreByIpGroupAndPeerOnlyPortsGetThePeersGroups) {
   // 239.1.1.1 and 239.129.1.1 share 01:00:5e:01:01:01; the bridge forwards by IP group.
   const IpAddr twin(239, 129, 1, 1);
   join(g1, 1);
@@ -226,12 +226,18 @@ TEST_F(BridgeDataplaneTest, TwoGroupsOfOneEthernetAddressKeepTheirOwnEntries) {
   active();
   writerMake();
   EXPECT_EQ(differences(), std::vector<std::string>());
+  // p3 is published for a peer switch's members of g2, which the core knows only from the peer.
+  core_->peerGroupListIs(g2, true);
+  vlan()->ethGroupIs(IpToEthGroupMap(g2))->groupIntfIs(port(3), true);
+  converge();
   const DataplaneView held = Platform::dataplaneHeld("br0");
-  EXPECT_EQ(held.entries, (std::set<std::pair<std::string, IpAddr>>{{"p1", g1}, {"p2", twin}}));
+  EXPECT_EQ(held.entries, (std::set<std::pair<std::string, IpAddr>>{{"p1", g1}, {"p2", twin}, {"p3", g2}}));
   EXPECT_TRUE(held.routerPorts.empty());
   const Counts c = stream();
   EXPECT_EQ(c.host[1][0], 20);
   EXPECT_EQ(c.host[2][0], 0);
+  EXPECT_EQ(c.host[3][1], 20);
+  EXPECT_EQ(c.host[3][0], 0);
 }
 
 TEST_F(BridgeDataplaneTest, FloodStateFloodsAndTheWayBackNeverCutsAMember) {
@@ -396,9 +402,13 @@ TEST(BridgeDataplaneViewTest, PublishedEntriesAreTheIpGroupsBehindEachPublishedP
   eth->groupIntfIs(p2, true);
   vlan->ethGroupIs(IpToEthGroupMap(IpAddr(224, 0, 0, 251)))->groupIntfIs(p1, true);
   vlan->routerIntfIs(IntfId(Kiv::String("p3")), true);
+  // A port published for the peer alone: the peer's groups of that address are behind it.
+  core->peerGroupListIs(IpAddr(239, 5, 5, 5), true);
+  vlan->ethGroupIs(IpToEthGroupMap(IpAddr(239, 5, 5, 5)))->groupIntfIs(IntfId(Kiv::String("p3")), true);
   DataplaneView v = Platform::dataplanePublished(vlan.ptr(), core.ptr(), names);
-  EXPECT_EQ(v.entries, (std::set<std::pair<std::string, IpAddr>>{{"p1", IpAddr(224, 1, 1, 1)},
-                                                                 {"p2", IpAddr(225, 1, 1, 1)}}));
+  EXPECT_EQ(v.entries,
+            (std::set<std::pair<std::string, IpAddr>>{
+                {"p1", IpAddr(224, 1, 1, 1)}, {"p2", IpAddr(225, 1, 1, 1)}, {"p3", IpAddr(239, 5, 5, 5)}}));
   EXPECT_EQ(v.routerPorts, std::set<std::string>{"p3"});
 
   vlan->useVlanFloodsetIs(true);
