@@ -573,9 +573,11 @@ void BridgeDataplane::flush() {
   dirtyEths_.clear();
   bool refused = false;
   for (const auto& [eth, want] : work) {
-    const auto held = held_.find(eth);
+    // A pointer, not an iterator: adding a group's first entry may rehash the map.
+    const auto found = held_.find(eth);
+    const std::set<Entry>* held = found == held_.end() ? nullptr : &found->second;
     for (const Entry& e : want) {
-      if (held != held_.end() && held->second.count(e)) continue;
+      if (held && held->count(e)) continue;
       if (!heldGroups_.count(e.second) && heldGroups_.size() >= hashLimit_) {
         // One group more would overflow the bridge's table and turn its snooping off.
         ++counters_.hashRefused;
