@@ -9,6 +9,7 @@
 
 #include "glue/SocketFilter.h"
 #include "kernel/Ptr.h"
+#include "net/IntfId.h"
 
 namespace Interface {
 
@@ -38,6 +39,14 @@ class EthDevPamManager : public Kiv::PtrInterface {
   void enableBulkPamReadIs(bool v) { enableBulkPamRead_ = v; }
   bool separateDot1QHdr() const { return separateDot1QHdr_; }
   void separateDot1QHdrIs(bool v) { separateDot1QHdr_ = v; }
+
+  // What one interface's packet access lost, for the debug listing.
+  struct PamCounters {
+    uint32_t rxErrors = 0;
+    uint32_t txErrors = 0;
+    uint32_t txDrops = 0;
+  };
+  virtual PamCounters intfPamCounters(Lomax::IntfId intf) const = 0;
 
   bool enabled() const { return enabled_; }
   // The settings above take effect here: an implementation opens its sockets on the first true.
