@@ -1,0 +1,218 @@
+// The agent-wide glue on the virtual clock: a restart's bring-up of a full switch in bounded slices,
+// orphaned status, VLANs and ports that come and go, snooping switched off and on globally, device
+// interfaces appearing and vanishing, and counter update requests.
+#include "glue/GlueSm.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "tests/glue/GlueAgentHarness.h"
+
+namespace {
+
+using Bridging::VlanId;
+using IgmpShim::GlueSm;
+using TestGlue::port;
+
+// Each VLAN's work costs virtual time: every look at the topology of a VLAN advances the clock, so
+// the slices of a walk end as they would on a real clock.
+class TimedGlueSm : public GlueSm {
+ public:
+  static constexpr Kiv::Seconds lookCost = 0.0002;
+  using GlueSm::GlueSm;
+  Kiv::Ptr<Topology::Library::Vlan::TopoVlan const> topoVlan(VlanId vlan) const override {
+    Kiv::Clock& c = *services().timerWheel->clock();
+    c.virtualTimeIs(c.now() + lookCost);
+    ++looks;
+    return GlueSm::topoVlan(vlan);
+  }
+  mutable uint64_t looks = 0;
+};
+
+class GlueSmTest : public ::testing::Test {
+ protected:
+  Kiv::VirtualTime virtualTime{1000};
+  TestGlue::GlueAgentLab lab;
+};
+
+TEST_F(GlueSmTest, ARestartBringsUpAFullSwitchInBoundedSlicesWithTheLoopServedBetween) {
+  lab.switchIs(1, 4094, 48);
+  for (int v = 1; v <= 4094; ++v) lab.survivingStatusIs(v);
+  lab.start<TimedGlueSm>();
+  auto& sm = static_cast<TimedGlueSm&>(*lab.glueSm);
+  EXPECT_TRUE(sm.initialized());
+  EXPECT_EQ(sm.vlanSmSize(), 0u) << "waits for the topology library";
+
+  // Drive the clock by hand, one wake-up at a time; a probe armed after each slice must fire before
+  // the next one starts.
+  Kiv::Clock& clock = *lab.clock;
+  int probesFired = 0;
+  struct Probe : Kiv::Clock::NotifieeConst {
+    int* fired;
+    explicit Probe(int* f) : fired(f) {}
+    void onTime() override { ++*fired; }
+  } served(&probesFired);
+  served.notifierIs(lab.clock);
+
+  std::vector<Kiv::Seconds> slices;
+  Kiv::Seconds maxVlanCost = 0;
+  int slicesWithoutProbe = 0;
+  int lastProbes = 0;
+  while (!sm.vlanSmInitialized()) {
+    const Kiv::Seconds next = clock.nextTime();
+    ASSERT_LT(next, Kiv::infinity) << "the bring-up stalled";
+    clock.virtualTimeIs(std::max(next, clock.now()));
+    const uint16_t bookmarkBefore = sm.vlanSmInitBookmark();
+    const bool rebuiltBefore = sm.smStateRebuilt();
+    const uint64_t looksBefore = sm.looks;
+    const Kiv::Seconds start = clock.now();
+    clock.doFireNext();
+    const bool sliceRan = sm.looks != looksBefore || sm.vlanSmInitBookmark() != bookmarkBefore ||
+                          sm.smStateRebuilt() != rebuiltBefore || sm.vlanSmInitialized();
+    if (!sliceRan) continue;
+    slices.push_back(clock.now() - start);
+    if (probesFired == lastProbes && slices.size() > 1) ++slicesWithoutProbe;
+    lastProbes = probesFired;
+    served.timeMinIs(clock.now() + 0.01);
+  }
+  // One VLAN's work in the second pass: a look at the topology for each of its ports, and some.
+  maxVlanCost = 2 * 48 * TimedGlueSm::lookCost;
+  ASSERT_GT(slices.size(), 3u);
+  // The first slice also creates every VLAN, unsliced, as handleCombinedVlanConfigs must.
+  for (size_t i = 1; i < slices.size(); ++i) {
+    EXPECT_LE(slices[i], GlueSm::vlanSmInitQuantum + maxVlanCost) << "slice " << i;
+  }
+  EXPECT_EQ(slicesWithoutProbe, 0);
+  EXPECT_EQ(sm.vlanSmSize(), 4094u);
+  EXPECT_TRUE(sm.smStateRebuilt());
+  EXPECT_EQ(sm.vlanSmInitBookmark(), GlueSm::noBookmark);
+  EXPECT_EQ(lab.coreStatusDir->contextStatusSize(), 4094u);
+  RecordProperty("slices", static_cast<int>(slices.size()));
+}
+
+TEST_F(GlueSmTest, OrphansGoAtRestartAndVlansComeAndGoWithTheTopology) {
+  lab.switchIs(10, 20, 4);
+  for (int v : {10, 20, 30}) lab.survivingStatusIs(v);
+  lab.bridgingConfig->vlanConfigDel(VlanId(15));
+  lab.start();
+  EXPECT_EQ(lab.ethDevPamManager->enables, 1);
+  EXPECT_EQ(lab.ethDevPamManager->sockRcvBuf(), 8388608u);
+  EXPECT_FALSE(lab.ethDevPamManager->perIntfSocket());
+  EXPECT_EQ(lab.ethDevPamManager->filterProgram().size(), 29u);
+  lab.turn();
+  GlueSm& sm = *lab.glueSm;
+  ASSERT_TRUE(sm.vlanSmInitialized());
+  EXPECT_EQ(sm.vlanSmSize(), 10u);
+  EXPECT_FALSE(lab.status->vlanStatus(VlanId(30)));
+  EXPECT_FALSE(lab.coreStatusDir->contextStatus(VlanId(30)));
+  EXPECT_FALSE(lab.coreConfigDir->contextConfig(VlanId(30)));
+  EXPECT_TRUE(lab.coreStatusDir->contextStatus(VlanId(20)));
+  EXPECT_TRUE(sm.vlanSm(VlanId(20))->coreSm());
+
+  lab.bridgingConfig->vlanConfigIs(VlanId(15))->intfIs(port(1));
+  lab.turn();
+  ASSERT_TRUE(sm.vlanSm(VlanId(15)));
+  EXPECT_TRUE(sm.vlanSm(VlanId(15))->coreSm());
+  EXPECT_TRUE(lab.coreStatusDir->contextStatus(VlanId(15)));
+
+  lab.bridgingConfig->vlanConfigDel(VlanId(20));
+  lab.turn();
+  EXPECT_FALSE(sm.vlanSm(VlanId(20)));
+  EXPECT_FALSE(lab.status->vlanStatus(VlanId(20))) << "what it published is withdrawn";
+  EXPECT_EQ(sm.vlanSmSize(), 10u);
+
+  // Configuration of a VLAN that the topology lacks makes no machine.
+  lab.config->vlanConfigIs(VlanId(99));
+  lab.turn();
+  EXPECT_FALSE(sm.vlanSm(VlanId(99)));
+}
+
+TEST_F(GlueSmTest, SnoopingSwitchedOffGloballyAndBackOn) {
+  lab.switchIs(1, 3, 2);
+  lab.start();
+  lab.turn();
+  GlueSm& sm = *lab.glueSm;
+  ASSERT_TRUE(sm.vlanSmInitialized());
+  for (int v = 1; v <= 3; ++v) EXPECT_TRUE(sm.vlanSm(VlanId(v))->coreSm());
+  lab.config->vlanDefaultEnabledIs(false);
+  for (int v = 1; v <= 3; ++v) {
+    EXPECT_FALSE(sm.vlanSm(VlanId(v))->coreSm()) << v;
+    EXPECT_FALSE(lab.coreStatusDir->contextStatus(VlanId(v))) << v;
+  }
+  EXPECT_EQ(sm.vlanSmSize(), 3u) << "the VLANs stay; only their cores go";
+  lab.config->vlanDefaultEnabledIs(true);
+  for (int v = 1; v <= 3; ++v) EXPECT_TRUE(sm.vlanSm(VlanId(v))->coreSm()) << v;
+  EXPECT_EQ(sm.stateUpdateBookmark(), GlueSm::noBookmark);
+}
+
+TEST_F(GlueSmTest, APortLeavesAndJoinsAVlan) {
+  lab.switchIs(10, 11, 2);
+  lab.start();
+  auto pam1 = lab.pamIs(1);
+  auto pam2 = lab.pamIs(2);
+  lab.turn();
+  GlueSm& sm = *lab.glueSm;
+  auto* mux2 = lab.glueVlanMultiplexerDir->multiplexer(port(2));
+  ASSERT_TRUE(mux2);
+  EXPECT_TRUE(mux2->vlanSm(VlanId(10)));
+  EXPECT_TRUE(sm.vlanSm(VlanId(10))->coreSm()->enabledIntf(port(2)));
+
+  lab.bridgingConfig->vlanConfig(VlanId(10))->intfDel(port(2));
+  lab.turn();
+  EXPECT_FALSE(mux2->vlanSm(VlanId(10)));
+  EXPECT_TRUE(mux2->vlanSm(VlanId(11))) << "other VLANs keep the port";
+  EXPECT_FALSE(sm.vlanSm(VlanId(10))->coreSm()->enabledIntf(port(2)));
+
+  lab.bridgingConfig->vlanConfig(VlanId(10))->intfIs(port(2));
+  lab.turn();
+  EXPECT_TRUE(mux2->vlanSm(VlanId(10)));
+  EXPECT_TRUE(sm.vlanSm(VlanId(10))->coreSm()->enabledIntf(port(2)));
+
+  // A link that goes down blocks the port in its multiplexer.
+  lab.linkIs(2, false);
+  lab.turn();
+  EXPECT_TRUE(mux2->blocked(VlanId(10)));
+  lab.linkIs(2, true);
+  lab.turn();
+  EXPECT_FALSE(mux2->blocked(VlanId(10)));
+}
+
+TEST_F(GlueSmTest, ADeviceInterfaceAppearsAndDisappears) {
+  lab.switchIs(10, 10, 3);
+  lab.start();
+  lab.turn();
+  GlueSm& sm = *lab.glueSm;
+  EXPECT_FALSE(lab.glueVlanMultiplexerDir->multiplexer(port(3)));
+  EXPECT_TRUE(lab.bridgeIntfDir->intfDesired(port(3))) << "a device that is a bridge port is wanted";
+
+  auto pam = lab.pamIs(3);
+  auto* mux = lab.glueVlanMultiplexerDir->multiplexer(port(3));
+  ASSERT_TRUE(mux);
+  EXPECT_EQ(mux->innerPam(), pam);
+  EXPECT_FALSE(mux->copyPktBeforeTx());
+  EXPECT_TRUE(mux->vlanSm(VlanId(10)));
+  EXPECT_TRUE(lab.counterDir->intfCounter(port(3).stringValue()));
+
+  lab.ethDevPamCollection->intfPamDel(port(3));
+  EXPECT_FALSE(lab.glueVlanMultiplexerDir->multiplexer(port(3)));
+  EXPECT_TRUE(sm.vlanSm(VlanId(10))->coreSm()) << "the VLAN runs on";
+  EXPECT_FALSE(sm.vlanSm(VlanId(10))->coreSm()->intfQuerySpoofer(port(3)));
+}
+
+TEST_F(GlueSmTest, ACounterUpdateRequestCopiesOnlyWhenNewer) {
+  lab.start();
+  lab.turn();
+  lab.counterDir->intfCounterIs("Ethernet1")->inPktPimInc(5);
+  lab.status->counterUpdateTimeIs(lab.now());
+  lab.counterConfig->counterUpdateRequestTimeIs(lab.now() - 10);
+  EXPECT_FALSE(lab.mountedCounterDir->intfCounter("Ethernet1")) << "an old request does nothing";
+
+  Kiv::activityManager()->advanceBy(5);
+  lab.counterConfig->counterUpdateRequestTimeIs(lab.now() - 1);
+  ASSERT_TRUE(lab.mountedCounterDir->intfCounter("Ethernet1"));
+  EXPECT_EQ(lab.mountedCounterDir->intfCounter("Ethernet1")->inPktPim(), 5u);
+  EXPECT_EQ(lab.status->counterUpdateTime(), lab.now());
+}
+
+}  // namespace
