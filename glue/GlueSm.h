@@ -51,7 +51,6 @@ class GlueSm : public GlueSmBase {
   // The bookmark that means no walk is in progress.
   static constexpr uint16_t noBookmark = 1;
   // The settings of packet access.
-  static constexpr uint32_t pktBufferSize = 10004;
   static constexpr uint32_t maxRxPktData = 10000;
   static constexpr uint32_t sockRcvBuf = 8388608;
 

@@ -92,6 +92,13 @@ struct GlueAgentLab {
     topoLibSm = new Topology::Library::LibSm(bridgingConfig, ethIntfStatusDir, topoLib, topoVlanLib, clock);
     glueSm = new Sm("IgmpSnoopingShim", services());
   }
+  // The same with some services replaced; vlanInfo is the lab's own.
+  void start(GlueSm::Services s) {
+    vlanInfo = IgmpShim::igmpVlanManagerFactory("BridgingVlanConfigMgr", bridgingConfig);
+    topoLibSm = new Topology::Library::LibSm(bridgingConfig, ethIntfStatusDir, topoLib, topoVlanLib, clock);
+    s.vlanInfo = vlanInfo;
+    glueSm = new GlueSm("IgmpSnoopingShim", s);
+  }
   // Runs what is due now: deferred topology changes, timers.
   void turn() { Kiv::activityManager()->advanceBy(0); }
   Kiv::Seconds now() const { return clock->now(); }
