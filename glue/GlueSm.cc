@@ -153,7 +153,11 @@ GlueSm::GlueSm(const Kiv::Name& name, const Services& services) : name_(name), s
 }
 
 GlueSm::~GlueSm() {
-  // The VLANs' machines hold a plain pointer to this one; nothing they still hear may reach them.
+  // The VLANs' machines hold a plain pointer to this one: the multiplexers, which outlive it, let
+  // go of them, and nothing they still hear may reach them.
+  for (auto& m : s_.glueVlanMultiplexerDir->multiplexerIter()) {
+    if (const auto* mux = m.value()) (*mux)->vlanSmDelAll();
+  }
   for (auto& v : vlanSm_.iter()) {
     if (auto* sm = v.value()) (*sm)->kivDoZombieReactors(true);
   }
