@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "net/FrameBuilder.h"
 #include "tests/glue/GlueAgentHarness.h"
 
 namespace {
@@ -203,20 +204,36 @@ TEST_F(GlueSmTest, APortLeavesAndJoinsAVlan) {
 }
 
 TEST_F(GlueSmTest, ADeviceInterfaceAppearsAndDisappears) {
+  // Port 3 is a bridge port outside VLAN 10 at first: a flood in the VLAN must find a multiplexer for
+  // every port the VLAN has.
   lab.switchIs(10, 10, 3);
+  lab.bridgingConfig->vlanConfig(VlanId(10))->intfDel(port(3));
   lab.start();
+  auto pam1 = lab.pamIs(1);
+  auto pam2 = lab.pamIs(2);
   lab.turn();
   GlueSm& sm = *lab.glueSm;
   EXPECT_FALSE(lab.glueVlanMultiplexerDir->multiplexer(port(3)));
   EXPECT_TRUE(lab.bridgeIntfDir->intfDesired(port(3))) << "a device that is a bridge port is wanted";
+
+  // A querier is heard on port 1: from then on a port that appears is sent a spoofed query.
+  pam1->rxPktEnqueue(Lomax::FrameBuilder(Lomax::EthAddr(0x0200, 0, 0x00fe), Lomax::IpAddr(10, 0, 0, 254))
+                         .igmpQuery(Gmp::Igmp::IgmpQuery(Gmp::Igmp::igmpVersion2, 100, Lomax::IpAddr())));
+  pam1->rxReady();
+  ASSERT_TRUE(lab.coreStatusDir->contextStatus(VlanId(10))->querier());
+  EXPECT_EQ(pam2->txCount(), 1u) << "the query is flooded in the VLAN";
 
   auto pam = lab.pamIs(3);
   auto* mux = lab.glueVlanMultiplexerDir->multiplexer(port(3));
   ASSERT_TRUE(mux);
   EXPECT_EQ(mux->innerPam(), pam);
   EXPECT_FALSE(mux->copyPktBeforeTx());
-  EXPECT_TRUE(mux->vlanSm(VlanId(10)));
+  EXPECT_TRUE(sm.vlanSm(VlanId(10))->coreSm()->intfQuerySpoofer(port(3)));
   EXPECT_TRUE(lab.counterDir->intfCounter(port(3).stringValue()));
+  EXPECT_FALSE(mux->vlanSm(VlanId(10)));
+  lab.bridgingConfig->vlanConfig(VlanId(10))->intfIs(port(3));
+  lab.turn();
+  EXPECT_TRUE(mux->vlanSm(VlanId(10))) << "the port joined the VLAN";
 
   lab.ethDevPamCollection->intfPamDel(port(3));
   EXPECT_FALSE(lab.glueVlanMultiplexerDir->multiplexer(port(3)));
