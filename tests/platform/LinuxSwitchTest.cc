@@ -2,6 +2,7 @@
 // and on a real bridge the topology library's VLANs and ports following ports that come, go down and
 // up, are renamed and leave.
 #include <gtest/gtest.h>
+#include <linux/if_bridge.h>
 
 #include <algorithm>
 #include <memory>
@@ -44,6 +45,20 @@ TEST(LinuxBridgingConfigTest, ABridgeViewBecomesPortsWithPvidsAndVlansWithTaggin
   EXPECT_TRUE(v10->intf(intf("p2"))->tagged());
   EXPECT_FALSE(config->vlanConfig(VlanId(1)));
   EXPECT_FALSE(config->switchIntfConfig(intf("p3")));
+}
+
+TEST(LinuxIntfStatusTest, OnlyABlockingOrDisabledBridgePortDoesNotForward) {
+  Platform::LinkWatcher::Link l;
+  EXPECT_TRUE(Platform::LinuxIntfStatus::forwarding(l)) << "no bridge port";
+  l.bridgePort = true;
+  for (uint8_t stp : {BR_STATE_LISTENING, BR_STATE_LEARNING, BR_STATE_FORWARDING}) {
+    l.stpState = stp;
+    EXPECT_TRUE(Platform::LinuxIntfStatus::forwarding(l)) << int(stp);
+  }
+  for (uint8_t stp : {BR_STATE_DISABLED, BR_STATE_BLOCKING}) {
+    l.stpState = stp;
+    EXPECT_FALSE(Platform::LinuxIntfStatus::forwarding(l)) << int(stp);
+  }
 }
 
 class LinuxSwitchTest : public ::testing::Test {
