@@ -171,6 +171,30 @@ TEST_F(GlueSmTest, SnoopingSwitchedOffGloballyAndBackOn) {
   EXPECT_EQ(sm.stateUpdateBookmark(), GlueSm::noBookmark);
 }
 
+TEST_F(GlueSmTest, VlanConfigurationAndForcedPortsReachTheVlans) {
+  lab.switchIs(10, 11, 2);
+  lab.start();
+  // A change while the bring-up waits has no effect of its own: the bring-up reads the configuration.
+  lab.config->vlanConfigIs(VlanId(11))->enabledIs(Bridging::IgmpSnooping::vlanStateDisabled);
+  lab.turn();
+  GlueSm& sm = *lab.glueSm;
+  ASSERT_TRUE(sm.vlanSmInitialized());
+  EXPECT_TRUE(sm.vlanSm(VlanId(10))->coreSm());
+  EXPECT_FALSE(sm.vlanSm(VlanId(11))->coreSm());
+
+  lab.config->vlanConfigIs(VlanId(10))->enabledIs(Bridging::IgmpSnooping::vlanStateDisabled);
+  EXPECT_EQ(sm.vlanSm(VlanId(10))->igmpVlanConfig(), lab.config->vlanConfig(VlanId(10)));
+  EXPECT_FALSE(sm.vlanSm(VlanId(10))->coreSm());
+  lab.config->vlanConfigDel(VlanId(11));
+  EXPECT_TRUE(sm.vlanSm(VlanId(11))->coreSm()) << "no configuration: snooping runs";
+
+  lab.swForceConfig->forceEnabledPortsIs(port(1), true);
+  EXPECT_TRUE(lab.topoVlanLib->forceEnabledPorts(port(1)));
+  lab.swForceConfig->forceEnabledPortsDel(port(1));
+  EXPECT_FALSE(lab.topoVlanLib->forceEnabledPorts(port(1)));
+  EXPECT_EQ(lab.topoVlanLib->forceEnabledPortsSize(), 1u) << "written false, not removed";
+}
+
 TEST_F(GlueSmTest, APortLeavesAndJoinsAVlan) {
   lab.switchIs(10, 11, 2);
   lab.start();
