@@ -416,7 +416,16 @@ void GlueVlanSm::handleSwitchPort() {
 
 // --- port state --------------------------------------------------------------------------------------
 
-void GlueVlanSm::handleVlanIntf(IntfId intf) { glueSm_->handleVlanIntf(vlanId(), intf); }
+void GlueVlanSm::handleVlanIntf(IntfId intf) {
+  if (glueSm_->vlanSm(vlanId()) == this) {
+    glueSm_->handleVlanIntf(vlanId(), intf);
+    return;
+  }
+  // Not yet among GlueSm's VLANs (being built): the core and the flooder take their ports now, since a
+  // core that starts without its ports drops what a restart left on them; the multiplexers deliver
+  // once GlueSm has the VLAN and calls again.
+  handleAddOrRemoveIntf(intf, isActiveVlanPort(glueSm_, vlanId(), intf));
+}
 
 void GlueVlanSm::handleVlanIntf() {
   if (topoVlan_) {

@@ -3,19 +3,106 @@
 // the glue reads, and both timer wheels on the virtual clock. Frames go in as on the wire.
 #pragma once
 
+#include <functional>
 #include <initializer_list>
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "glue/GlueSmBase.h"
 #include "glue/GlueVlanSm.h"
 #include "glue/MemoryPam.h"
 #include "kernel/ActivityManager.h"
+#include "kernel/ChangeSink.h"
 #include "kernel/TimerWheel.h"
 #include "model/IgmpProtocolConfig.h"
+#include "net/FrameBuilder.h"
+#include "net/IpToEthGroupMap.h"
 
 namespace TestSupport {
+
+inline Lomax::IpAddr ipAddr(const char* text) {
+  Lomax::IpAddr a;
+  Lomax::IpAddr::parse(text, a);
+  return a;
+}
+inline Lomax::IntfId intfId(const char* name) { return Lomax::IntfId(Kiv::String(name)); }
+// Frames of a host at addr, tagged with vlan unless it is 0.
+inline Lomax::FrameBuilder host(const char* addr, uint16_t vlan = 0) {
+  return Lomax::FrameBuilder(Lomax::EthAddr(0x0200, 0x0000, 0x0001), ipAddr(addr),
+                             vlan ? Bridging::VlanIdOrNone(vlan) : Bridging::VlanIdOrNone());
+}
+
+// Watches every write to the published status and keeps, after each, what one VLAN publishes: whether
+// it floods (a VLAN without a VlanStatus floods) and its (Ethernet group, port) pairs. Against the pairs
+// that the VLAN's members want at that moment it notes each write that leaves a wanted pair without
+// traffic: a published pair withdrawn while the VLAN does not flood, and flooding switched off while a
+// wanted pair is not yet published.
+class PublishRecorder : public Kiv::ChangeSink {
+ public:
+  using Pairs = std::set<std::pair<Lomax::EthAddr, Lomax::IntfId>>;
+  struct Snapshot {
+    bool flood = true;
+    Pairs groups;
+    std::set<Lomax::IntfId> routers;
+  };
+
+  PublishRecorder(Kiv::Ptr<Bridging::IgmpSnooping::Status> status, Bridging::VlanId vlan,
+                  std::function<Pairs()> wanted)
+      : status_(std::move(status)), vlan_(vlan), wanted_(std::move(wanted)) {
+    last_ = snapshot();
+    Kiv::changeSinkIs(*status_, this);
+  }
+  ~PublishRecorder() override { Kiv::changeSinkIs(*status_, nullptr); }
+
+  void onChange(Kiv::Entity&, uint16_t, const void*) override { record(); }
+  void onAttach(Kiv::Entity&) override { record(); }
+  void onDetach(Kiv::Entity&) override {}
+
+  const std::vector<std::string>& violations() const { return violations_; }
+  size_t writes() const { return writes_; }
+  const Snapshot& last() const { return last_; }
+
+ private:
+  Snapshot snapshot() const {
+    Snapshot s;
+    auto vs = status_->vlanStatus(vlan_);
+    if (!vs) return s;
+    s.flood = vs->useVlanFloodset();
+    for (auto& g : vs->ethGroupIter()) {
+      for (auto& i : g->groupIntfIter()) s.groups.emplace(g.key(), i.key());
+    }
+    for (auto& r : vs->routerIntfIter()) s.routers.insert(r.key());
+    return s;
+  }
+  void record() {
+    ++writes_;
+    Snapshot now = snapshot();
+    if (!now.flood) {
+      const Pairs wanted = wanted_();
+      for (auto& g : last_.groups) {
+        if (!now.groups.count(g) && wanted.count(g))
+          violations_.push_back("wanted group withdrawn while not flooding");
+      }
+      if (last_.flood) {
+        for (auto& g : wanted) {
+          if (!now.groups.count(g))
+            violations_.push_back("flooding stopped before a wanted group was published");
+        }
+      }
+    }
+    last_ = std::move(now);
+  }
+
+  Kiv::Ptr<Bridging::IgmpSnooping::Status> status_;
+  Bridging::VlanId vlan_;
+  std::function<Pairs()> wanted_;
+  Snapshot last_;
+  std::vector<std::string> violations_;
+  size_t writes_ = 0;
+};
 
 // The agent-wide part with its VLANs and topology kept by the test.
 class TestGlueSm : public IgmpShim::GlueSmBase {
@@ -107,8 +194,11 @@ class GlueLab {
     return (*glueSm->topo.find(Bridging::VlanId(vid)))->port(Lomax::IntfId(Kiv::String(port)));
   }
   IgmpShim::GlueVlanSm* vlanSm(uint16_t vid) const { return glueSm->vlanSm(Bridging::VlanId(vid)); }
+  // The VLAN's configuration, made on first use and given to its glue, as the agent-wide glue does.
   Kiv::Ptr<Bridging::IgmpSnooping::VlanConfig> vlanConfig(uint16_t vid) {
-    return config->vlanConfigIs(Bridging::VlanId(vid));
+    auto c = config->vlanConfigIs(Bridging::VlanId(vid));
+    if (auto* sm = vlanSm(vid)) sm->igmpVlanConfigIs(c);
+    return c;
   }
   Kiv::Ptr<Bridging::IgmpSnooping::VlanStatus> vlanStatus(uint16_t vid) const {
     return status->vlanStatus(Bridging::VlanId(vid));
@@ -119,6 +209,16 @@ class GlueLab {
     Port& p = ports.at(port);
     p.pam->rxPktEnqueue(std::move(frame));
     p.pam->rxReady();
+  }
+  // The (Ethernet group, port) pairs that the members of a VLAN want.
+  PublishRecorder::Pairs wanted(uint16_t vid) const {
+    PublishRecorder::Pairs pairs;
+    auto* sm = vlanSm(vid);
+    if (!sm || !sm->coreStatus()) return pairs;
+    for (auto& g : sm->coreStatus()->groupIter()) {
+      for (auto& i : g->intfIter()) pairs.emplace(Bridging::IgmpSnooping::IpToEthGroupMap(g.key()), i.key());
+    }
+    return pairs;
   }
   Lomax::MemoryPam& pam(const char* port) { return *ports.at(port).pam; }
   // Forgets what every port has sent.
