@@ -22,6 +22,8 @@ class GlueSm::KivConfig : public Config::NotifieeConst {
   explicit KivConfig(GlueSm* sm) : NotifieeConst(sm), sm_(sm) {}
   void onVlanConfig(const VlanId& vlan) override { sm_->handleIgmpVlanConfig(vlan); }
   void onVlanConfigkivImmediate() override { sm_->handleIgmpVlanConfig(); }
+  void onIntfConfig(const Lomax::IntfId& intf) override { sm_->handleIntfConfig(intf); }
+  void onIntfConfigkivImmediate() override { sm_->handleIntfConfig(); }
   void onSwitchPort(const Lomax::IntfId& intf) override { sm_->handleSwitchPort(intf); }
   void onSwitchPortkivImmediate() override { sm_->handleSwitchPort(); }
   void onVlanDefaultEnabled() override { sm_->handleIgmpSnoopingEnabled(); }
@@ -171,6 +173,8 @@ void GlueSm::handleInitialized() {
     ethBridgeIntfFilter_ =
         new EthBridgeIntfFilter(s_.deviceIntfStatusDir, s_.bridgingConfig, s_.bridgeIntfDir);
   }
+  if (s_.bridgeIntfDir && s_.pamDesiredIntfDir)
+    localIntfFilter_ = new LocalIntfFilter(s_.bridgeIntfDir, s_.pamDesiredIntfDir);
   if (s_.ethDevPamManager) {
     Interface::EthDevPamManager& m = *s_.ethDevPamManager;
     m.maxRxPktDataIs(maxRxPktData);
@@ -187,6 +191,8 @@ void GlueSm::handleInitialized() {
   s_.vlanInfo->glueSmIs(this);
   intfStateControlIs(new IgmpSnooping::IntfStateControls());
   initialized_ = true;
+  // Interfaces configured before the agent started: the constructor's call came too early for them.
+  handleIntfConfig();
   handleDevicePam();
   handleForceEnabledPort();
   // The counter reactor is attached only now: a request must never be served before this point.
@@ -418,6 +424,40 @@ void GlueSm::handleForceEnabledPort() {
   std::vector<Lomax::IntfId> intfs;
   for (auto& p : s_.swForceConfig->forceEnabledPortsIter()) intfs.push_back(p.key());
   for (auto intf : intfs) handleForceEnabledPort(intf);
+}
+
+void GlueSm::handleIntfConfig(Lomax::IntfId intf) {
+  if (!initialized_) return;
+  Kiv::Ptr<Bridging::IgmpSnooping::IntfConfig const> config =
+      s_.config ? s_.config->intfConfig(intf) : nullptr;
+  if (!config) {
+    KIV_TRACE(glueTrace, 7, "Deleting core intfConfig for " << intf);
+    if (const Kiv::Ptr<GlueIntfSm>* sm = intfSm_.find(intf)) (*sm)->kivDoZombieReactors(true);
+    intfSm_.erase(intf);
+    s_.coreConfigDir->intfConfigDel(intf);
+    return;
+  }
+  KIV_TRACE(glueTrace, 7, "Create intfConfig for " << intf);
+  Kiv::Ptr<Bridging::IgmpSnooping::IntfConfig> core = s_.coreConfigDir->intfConfigIs(intf);
+  const Kiv::Ptr<GlueIntfSm>* sm = intfSm_.find(intf);
+  if (sm && (*sm)->configIntf() == config && (*sm)->coreIntf() == core) return;
+  if (sm) (*sm)->kivDoZombieReactors(true);
+  intfSm_.set(intf, new GlueIntfSm(intf, config, core));
+}
+
+void GlueSm::handleIntfConfig() {
+  if (!initialized_) return;
+  std::vector<Lomax::IntfId> intfs;
+  if (s_.config) {
+    for (auto& c : s_.config->intfConfigIter()) intfs.push_back(c.key());
+  }
+  for (auto& c : intfSm_.iter()) intfs.push_back(c.key());
+  for (auto intf : intfs) handleIntfConfig(intf);
+}
+
+GlueIntfSm* GlueSm::intfSm(Lomax::IntfId intf) const {
+  const Kiv::Ptr<GlueIntfSm>* sm = intfSm_.find(intf);
+  return sm ? sm->ptr() : nullptr;
 }
 
 // --- counters and device packet access ---------------------------------------------------------------------

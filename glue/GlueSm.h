@@ -26,7 +26,9 @@
 #include "glue/EthDevPamCollection.h"
 #include "glue/EthDevPamManager.h"
 #include "glue/EthIntfStatusDir.h"
+#include "glue/GlueIntfSm.h"
 #include "glue/GlueSmBase.h"
+#include "glue/LocalIntfFilter.h"
 #include "glue/PamDesiredIntfDir.h"
 #include "glue/TopoLibSm.h"
 #include "kernel/HashMap.h"
@@ -118,6 +120,10 @@ class GlueSm : public GlueSmBase {
   void handleForceEnabledPort(Lomax::IntfId intf);
   void handleForceEnabledPort();
   void handleOneVlanConfig();
+  // Keeps a GlueIntfSm and the core's configuration of the interface in step with its configuration.
+  void handleIntfConfig(Lomax::IntfId intf);
+  void handleIntfConfig();
+  GlueIntfSm* intfSm(Lomax::IntfId intf) const;
 
   // Counters and device packet access.
   void handleCounterUpdateRequest();
@@ -148,7 +154,9 @@ class GlueSm : public GlueSmBase {
   Kiv::Name name_;
   Services s_;
   Kiv::HashMap2018<VlanId, Kiv::Ptr<GlueVlanSm>> vlanSm_;
+  Kiv::HashMap2018<Lomax::IntfId, Kiv::Ptr<GlueIntfSm>> intfSm_;
   Kiv::Ptr<EthBridgeIntfFilter> ethBridgeIntfFilter_;
+  Kiv::Ptr<LocalIntfFilter> localIntfFilter_;
   uint16_t stateUpdateBookmark_ = noBookmark;
   uint16_t vlanSmInitBookmark_ = noBookmark;
   bool vlanSmInitialized_ = false;

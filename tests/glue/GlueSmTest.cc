@@ -173,7 +173,9 @@ TEST_F(GlueSmTest, SnoopingSwitchedOffGloballyAndBackOn) {
 
 TEST_F(GlueSmTest, VlanConfigurationAndForcedPortsReachTheVlans) {
   lab.switchIs(10, 11, 2);
+  lab.config->intfConfigIs(port(2))->profileNameIs("early");
   lab.start();
+  EXPECT_EQ(lab.coreConfigDir->intfConfig(port(2))->profileName(), Kiv::String("early"));
   // A change while the bring-up waits has no effect of its own: the bring-up reads the configuration.
   lab.config->vlanConfigIs(VlanId(11))->enabledIs(Bridging::IgmpSnooping::vlanStateDisabled);
   lab.turn();
@@ -187,6 +189,16 @@ TEST_F(GlueSmTest, VlanConfigurationAndForcedPortsReachTheVlans) {
   EXPECT_FALSE(sm.vlanSm(VlanId(10))->coreSm());
   lab.config->vlanConfigDel(VlanId(11));
   EXPECT_TRUE(sm.vlanSm(VlanId(11))->coreSm()) << "no configuration: snooping runs";
+
+  // An interface's filter profile reaches the core's configuration, and goes with it.
+  lab.config->intfConfigIs(port(1))->profileNameIs("edge");
+  ASSERT_TRUE(lab.coreConfigDir->intfConfig(port(1)));
+  EXPECT_EQ(lab.coreConfigDir->intfConfig(port(1))->profileName(), Kiv::String("edge"));
+  lab.config->intfConfig(port(1))->profileNameIs("core");
+  EXPECT_EQ(lab.coreConfigDir->intfConfig(port(1))->profileName(), Kiv::String("core"));
+  lab.config->intfConfigDel(port(1));
+  EXPECT_FALSE(lab.coreConfigDir->intfConfig(port(1)));
+  EXPECT_FALSE(sm.intfSm(port(1)));
 
   lab.swForceConfig->forceEnabledPortsIs(port(1), true);
   EXPECT_TRUE(lab.topoVlanLib->forceEnabledPorts(port(1)));

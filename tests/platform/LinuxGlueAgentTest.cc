@@ -33,10 +33,9 @@ class LinuxGlueAgentTest : public ::testing::Test {
                                                           lab_.deviceIntfStatusDir);
     topology_ = std::make_unique<Platform::BridgeTopology>(
         watcher_, "", [this](const Platform::BridgeTopology::View& v) { bridging_.viewIs(v); });
-    // Until a filter of peer interfaces stands between them, the bridge's ports are the wanted ones.
-    manager_ = new Platform::LinuxEthDevPamManager(watcher_, lab_.bridgeIntfDir, lab_.ethDevPamCollection);
+    manager_ =
+        new Platform::LinuxEthDevPamManager(watcher_, lab_.pamDesiredIntfDir, lab_.ethDevPamCollection);
     auto services = lab_.services();
-    services.pamDesiredIntfDir = lab_.bridgeIntfDir;
     services.ethDevPamManager = manager_;
     lab_.start(services);
   }
