@@ -444,6 +444,30 @@ TEST_F(GlueVlanSmTest, PortsFollowTheTopologyAndTheirTrafficDirection) {
   EXPECT_TRUE(lab.dir->multiplexer(intfId("Ethernet2"))->vlanSm(Bridging::VlanId(10)));
 }
 
+TEST_F(GlueVlanSmTest, AGroupQueryReachesEachMemberAndRouterOnce) {
+  generalQuery();
+  join("Ethernet1", "239.1.1.1");
+  join("Ethernet2", "239.1.1.1", "10.0.0.2");
+  lab.vlanConfig(10)->routerIntfIs(intfId("Ethernet2"), true);
+  lab.addPort("Ethernet4");
+  lab.vlanPortIs(10, "Ethernet4", true, true);
+  lab.txClear();
+  lab.rx("Ethernet3",
+         host("10.0.0.254", 10).igmpQuery(IgmpQuery(Gmp::Igmp::igmpVersion2, 10, ipAddr("239.1.1.1"))));
+  EXPECT_EQ(sent("Ethernet1"), 1u);
+  EXPECT_EQ(sent("Ethernet2"), 1u);
+  EXPECT_EQ(sent("Ethernet3"), 0u);
+  EXPECT_EQ(sent("Ethernet4"), 0u);
+  EXPECT_EQ(lab.counter("Ethernet2")->outPktIgmpQuery(), 2u);  // the general query, then this one
+  // A query for a group without members still reaches the router ports.
+  lab.txClear();
+  lab.rx("Ethernet1",
+         host("10.0.0.253").igmpQuery(IgmpQuery(Gmp::Igmp::igmpVersion2, 10, ipAddr("239.9.9.9"))));
+  EXPECT_EQ(sent("Ethernet2"), 1u);
+  EXPECT_EQ(sent("Ethernet3"), 1u);
+  EXPECT_EQ(sent("Ethernet4"), 0u);
+}
+
 TEST(GlueIntfTest, ProfilesReachTheCoreAndPeerInterfacesGetNoPacketAccess) {
   auto config = Kiv::make<IntfConfig>(intfId("Ethernet1"));
   auto core = Kiv::make<IntfConfig>(intfId("Ethernet1"));
