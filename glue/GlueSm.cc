@@ -500,6 +500,9 @@ void GlueSm::handleDevicePam(Lomax::IntfId intf) {
   if (!pam) {
     doForEachVlanSm([&](VlanId vlan, GlueVlanSm* sm) {
       handleVlanIntf(vlan, intf);
+      // The port may still be in the topology, which follows on a later turn; without a multiplexer
+      // it must leave the flood set now, or the next flood of the VLAN finds no way out.
+      sm->handleAddOrRemoveIntf(intf, false);
       if (!pseudo && sm->coreSm()) sm->coreSm()->intfQuerySpooferDel(intf);
     });
     return;

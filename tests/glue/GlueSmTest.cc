@@ -275,6 +275,12 @@ TEST_F(GlueSmTest, ADeviceInterfaceAppearsAndDisappears) {
   EXPECT_FALSE(lab.glueVlanMultiplexerDir->multiplexer(port(3)));
   EXPECT_TRUE(sm.vlanSm(VlanId(10))->coreSm()) << "the VLAN runs on";
   EXPECT_FALSE(sm.vlanSm(VlanId(10))->coreSm()->intfQuerySpoofer(port(3)));
+  // Port 3 is still in the topology: a flood of the VLAN goes out on the ports that can carry it.
+  pam2->txClear();
+  pam1->rxPktEnqueue(Lomax::FrameBuilder(Lomax::EthAddr(0x0200, 0, 0x00fe), Lomax::IpAddr(10, 0, 0, 254))
+                         .igmpQuery(Gmp::Igmp::IgmpQuery(Gmp::Igmp::igmpVersion2, 100, Lomax::IpAddr())));
+  pam1->rxReady();
+  EXPECT_EQ(pam2->tx().size(), 1u);
 }
 
 TEST_F(GlueSmTest, ACounterUpdateRequestCopiesOnlyWhenNewer) {
