@@ -230,6 +230,14 @@ TEST_F(GlueSmTest, APortLeavesAndJoinsAVlan) {
   EXPECT_TRUE(mux2->vlanSm(VlanId(10)));
   EXPECT_TRUE(sm.vlanSm(VlanId(10))->coreSm()->enabledIntf(port(2)));
 
+  // The bridge's configuration of the port reaches its multiplexer through the VLAN manager.
+  auto* gmux2 = dynamic_cast<IgmpShim::GlueVlanMultiplexer*>(mux2);
+  ASSERT_TRUE(gmux2);
+  EXPECT_EQ(gmux2->switchIntfConfig(), lab.bridgingConfig->switchIntfConfig(port(2)));
+  lab.bridgingConfig->switchIntfConfigDel(port(2));
+  auto replaced = lab.bridgingConfig->switchIntfConfigIs(port(2));
+  EXPECT_EQ(gmux2->switchIntfConfig(), replaced);
+
   // A link that goes down blocks the port in its multiplexer.
   lab.linkIs(2, false);
   lab.turn();
