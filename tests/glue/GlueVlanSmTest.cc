@@ -410,6 +410,13 @@ TEST_F(GlueVlanSmTest, ReportFloodingTakesRouterPortsOutAndWarnsOfRealRouters) {
   EXPECT_FALSE(vs()->routerIntf(intfId("Ethernet2")));
   ASSERT_FALSE(logs.entries.empty());
   EXPECT_EQ(logs.entries.back().name, "IGMPSNOOPING_NOT_EXPECT_ROUTER");
+  // Reports now go to the switch ports as well as to the routers.
+  lab.vlanConfig(10)->switchPortIs(intfId("Ethernet1"), true);
+  lab.txClear();
+  lab.rx("Ethernet2", host("10.0.0.2", 10).igmpV2Report(ipAddr("239.1.1.1")));
+  EXPECT_EQ(sent("Ethernet1"), 1u);
+  EXPECT_EQ(sent("Ethernet3"), 1u);
+  EXPECT_EQ(sent("Ethernet2"), 0u);
   lab.vlanConfig(10)->reportFloodingConfigIs(vlanStateDefault);
   EXPECT_FALSE(sm()->coreStatus()->reportFloodingEnabled());
   EXPECT_TRUE(vs()->routerIntf(intfId("Ethernet3")));
