@@ -98,6 +98,10 @@ class GlueSm::KivTopoVlanLib : public Topology::Library::Vlan::LibVlanState::Not
   explicit KivTopoVlanLib(GlueSm* sm) : NotifieeConst(sm), sm_(sm) {}
   void onTopoVlan(const VlanId& vlan) override {
     KIV_TRACE(glueTrace, 8, "onTopoVlan " << vlan);
+    // Until the library is complete the bring-up takes every VLAN in; a VLAN made earlier would make
+    // its core before its ports are there, and a core drops the restored memberships of every port it
+    // does not have at its start.
+    if (!sm_->s_.topoLib || !sm_->s_.topoLib->initDone()) return;
     sm_->s_.vlanInfo->handleOneVlanConfig(vlan);
   }
   void onTopoVlankivImmediate() override { sm_->handleOneVlanConfig(); }

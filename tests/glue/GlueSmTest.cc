@@ -116,6 +116,27 @@ TEST_F(GlueSmTest, ARestartBringsUpAFullSwitchInBoundedSlicesWithTheLoopServedBe
   EXPECT_EQ(lab.coreStatusDir->contextStatusSize(), 0u);
 }
 
+TEST_F(GlueSmTest, MembershipsThatSurvivedARestartAreKept) {
+  lab.switchIs(10, 11, 2);
+  for (int v : {10, 11}) {
+    lab.survivingStatusIs(v);
+    auto m = lab.coreStatusDir->contextStatus(VlanId(v))
+                 ->groupIs(Lomax::IpAddr(239, 1, 1, 1))
+                 ->intfIs(port(v - 9))
+                 ->membershipIs(Lomax::IpAddr(10, 0, 0, 1));
+    m->lastReportIs(lab.now() - 10);
+    m->expireIs(lab.now() + 250);
+  }
+  lab.start();
+  lab.turn();
+  ASSERT_TRUE(lab.glueSm->vlanSmInitialized());
+  for (int v : {10, 11}) {
+    auto g = lab.coreStatusDir->contextStatus(VlanId(v))->group(Lomax::IpAddr(239, 1, 1, 1));
+    ASSERT_TRUE(g) << v;
+    EXPECT_TRUE(g->intf(port(v - 9))) << v;
+  }
+}
+
 TEST_F(GlueSmTest, OrphansGoAtRestartAndVlansComeAndGoWithTheTopology) {
   lab.switchIs(10, 20, 4);
   for (int v : {10, 20, 30}) lab.survivingStatusIs(v);
