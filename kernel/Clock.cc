@@ -7,6 +7,7 @@
 namespace Kiv {
 
 void Clock::NotifieeConst::timeMinIs(Seconds t) {
+  if (!isOrderedTime(t)) throwRangeException(secondsRangeText);
   if (isNever(t)) t = infinity;
   if (t == timeMin_) return;
   disarm();

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 
+#include "kernel/Exception.h"
 #include "kernel/Notifiee.h"
 #include "kernel/Ptr.h"
 #include "kernel/Value.h"
@@ -58,6 +59,7 @@ class Clock : public PtrInterface {
   [[gnu::always_inline]] Seconds now() const { return virtual_ ? virtualNow_ : systemNow(); }
   bool isVirtual() const { return virtual_; }
   void virtualTimeIs(Seconds t) {
+    if (!isOrderedTime(t)) throwRangeException(secondsRangeText);
     const bool was = virtual_;
     virtual_ = true, virtualNow_ = t;
     if (!was) detail::stampAtUpdate();

@@ -98,6 +98,7 @@ uint64_t TimerWheel::tickDueBy(Kiv::Seconds t) const {
 }
 
 void TimerWheel::NotifieeConst::timeMinIs(Kiv::Seconds t) {
+  if (!Kiv::isOrderedTime(t)) Kiv::throwRangeException(Kiv::secondsRangeText);
   if (Kiv::isNever(t)) t = Kiv::infinity;
   if (t == timeMin_) return;
   if (bucket_ && wheel_->pushedInPlace(this, t)) return;
