@@ -47,8 +47,11 @@ class FrameBuilder::Frame {
   uint8_t* payload() const { return pkt_->data() + ethHeaderBytes + ipBytes_; }
 
   Kiv::Ptr<Pkt> finish() {
-    MessageHdr(payload()).doChecksumUpdate(payloadLen_);
-    IpHdr(pkt_->data() + ethHeaderBytes).doChecksumUpdate();
+    std::optional<MessageHdr> message = MessageHdr::of(payload(), payloadLen_);
+    std::optional<IpHdr> ip = IpHdr::of(pkt_->data() + ethHeaderBytes, pkt_->len() - ethHeaderBytes);
+    KIV_ASSERT(message && ip);
+    message->doChecksumUpdate(payloadLen_);
+    ip->doChecksumUpdate();
     if (!builder_.vlan_.isNone()) insertPktVlanTag(pkt_, Bridging::VlanId(builder_.vlan_.value()));
     return pkt_;
   }

@@ -4,6 +4,8 @@
 
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "core/CoreSm.h"
 #include "kernel/ActivityManager.h"
 #include "kernel/TimerWheel.h"
@@ -25,7 +27,7 @@ struct RecordingFlooder : IgmpSnoopingFlooder {
 
 inline IpAddr ip(const char* text) {
   IpAddr a;
-  IpAddr::parse(text, a);
+  EXPECT_TRUE(IpAddr::parse(text, a)) << text;
   return a;
 }
 
