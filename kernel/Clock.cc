@@ -46,7 +46,19 @@ Seconds Clock::systemNow() {
   return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
+void Clock::stepBackBy(Seconds d) {
+  stepBackTotal_ += d;
+  // Rebuilt in the map's order, so that equal times keep their order.
+  std::multimap<Seconds, NotifieeConst*> moved;
+  for (auto& [t, n] : pending_) {
+    n->timeMin_ = t - d;
+    n->entry_ = moved.emplace_hint(moved.end(), n->timeMin_, n);
+  }
+  pending_.swap(moved);
+}
+
 void Clock::doFireDue() {
+  noteNow();
   KeepAlive self(this);
   const uint64_t fence = armCount_;
   const Seconds t = now();
