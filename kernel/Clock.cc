@@ -83,7 +83,7 @@ void Clock::fire(NotifieeConst* n) {
   n->timeMin_ = infinity;
   if (n->kivIsZombie()) return;
   KeepAlive hold(n->kivOwner());
-  n->onTime();
+  NotifieeBase::kivCall(n, [n] { n->onTime(); });
 }
 
 }  // namespace Kiv

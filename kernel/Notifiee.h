@@ -5,6 +5,8 @@
 // (ListedNotifiee); timer reactors keep their own links, so the base carries no list fields.
 #pragma once
 
+#include <exception>
+
 #include "kernel/Ptr.h"
 
 namespace Kiv {
@@ -82,6 +84,23 @@ class NotifieeBase : public PtrInterface {
   bool kivIsZombie() const { return owner_->kivMarkedForDeletion(); }
   bool isRegisteredNotifiee() const { return registered_; }
 
+  // Called with what one of this notifiee's handlers threw, in place of the unwinding that would end
+  // every nested setter at std::terminate; the notification goes on to the next notifiee when it
+  // returns. Unless overridden: notificationExceptionUnhandled.
+  virtual void onNotificationException(std::exception_ptr e) { notificationExceptionUnhandled(*this, e); }
+  // Prints the exception and the handler's site (the notifiee's type) to stderr and the ring, then
+  // aborts: an exception no handler expected is a broken invariant.
+  [[noreturn]] static void notificationExceptionUnhandled(const NotifieeBase& n, std::exception_ptr e);
+  // Runs one handler of n, giving what it throws to n's onNotificationException.
+  template <class Fn>
+  static void kivCall(NotifieeBase* n, Fn&& fn) {
+    try {
+      fn();
+    } catch (...) {
+      n->onNotificationException(std::current_exception());
+    }
+  }
+
  protected:
   void registeredIs(bool on) { registered_ = on; }
 
@@ -147,7 +166,7 @@ void NotifieeList::visit(Wants&& wants, Fn&& fn) {
     v.next = n->next_;
     if (!wants(n) || n->kivIsZombie()) continue;
     KeepAlive hold(n->kivOwner());
-    fn(n);
+    NotifieeBase::kivCall(n, [&] { fn(n); });
   }
 }
 

@@ -294,8 +294,8 @@ void TimerWheel::handleTime() {
     n->timeMin_ = Kiv::infinity;
     if (!n->kivIsZombie()) {
       Kiv::KeepAlive hold(n->kivOwner());
-      // n may be gone after this call.
-      n->onTime();
+      // n may be gone after this call; what it throws goes to its own hook before it is.
+      Kiv::NotifieeBase::kivCall(n, [n] { n->onTime(); });
     }
     if (processTimeLimit_ > 0 &&
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() >=

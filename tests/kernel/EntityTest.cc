@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "kernel/Exception.h"
 #include "tests/kernel/TestEntities.h"
 
 namespace {
@@ -234,6 +235,40 @@ TEST(EntityTest, MachineDestroyedByItsOwnHandlerFinishesSafely) {
   node->countIs(5);  // the machine goes while the list is being visited
   EXPECT_FALSE(holder.m);
   node->countIs(6);
+}
+
+// What a handler throws goes to its notifiee's hook and the delivery goes on; with no hook the process
+// ends with the exception's text and the handler's type, not a silent std::terminate.
+struct Thrower : Node::NotifieeConst {
+  void onCount() override { throw Kiv::RangeException("count out of range"); }
+};
+
+TEST(EntityTest, AHandlerThatThrowsReachesTheHookOrEndsTheProcessNamingItsSite) {
+  auto node = Kiv::make<Node>("n");
+  struct Caught : Thrower {
+    std::vector<std::string> seen;
+    void onNotificationException(std::exception_ptr e) override {
+      try {
+        std::rethrow_exception(e);
+      } catch (const Kiv::Exception& x) {
+        seen.push_back(x.what());
+      }
+    }
+  };
+  auto caught = Kiv::make<Caught>();
+  caught->notifierIs(node);  // the attach sweep throws too
+  ASSERT_EQ(caught->seen.size(), 1u);
+  caught->seen.clear();
+  auto rec = Kiv::make<Recorder>();
+  rec->notifierIs(node);
+  rec->calls.clear();
+  node->countIs(1);
+  EXPECT_EQ(caught->seen, std::vector<std::string>{"count out of range"});
+  EXPECT_EQ(rec->calls, std::vector<std::string>{"count"});
+
+  auto thrower = Kiv::make<Thrower>();
+  EXPECT_DEATH(thrower->notifierIs(node),
+               "Unhandled exception in notification handler .*Thrower: count out of range");
 }
 
 TEST(EntityTest, ReflectionReadsAndWritesEveryKind) {
