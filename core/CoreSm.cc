@@ -269,7 +269,7 @@ void CoreSm::handleQuerier() {
     KIV_TRACE(coreTrace, 8, "instantiate querierSm");
     if (!querierSm_ || !querierSm_->kivSameArgs(querier, status_, timerWheel_)) {
       if (querierSm_) querierSm_->kivDoZombieReactors(true);
-      querierSm_ = new CoreQuerierSm(querier, status_, timerWheel_);
+      querierSm_ = Kiv::make<CoreQuerierSm>(querier, status_, timerWheel_);
       querierSm_->kivDoZombieReactors(kivMarkedForDeletion());
     }
     status_->querierNotPresentExpireIs(Kiv::infinity);

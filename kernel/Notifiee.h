@@ -13,21 +13,28 @@ namespace Kiv {
 
 class ListedNotifiee;
 
-// Holds an object across a call that may drop its last other reference. An object still under
-// construction (no reference yet) is left alone, or the hold would destroy it.
+// Holds an object across a call that may drop its last other reference. An object with no reference
+// yet (one still in its constructor, or one not on the heap) is held all the same, and let go without
+// being destroyed: a Ptr made and dropped on it inside the call must not delete it either.
 class KeepAlive {
  public:
-  explicit KeepAlive(const PtrInterface* p) : p_(p && p->references() ? p : nullptr) {
+  explicit KeepAlive(const PtrInterface* p) : p_(p), unowned_(p && !p->references()) {
     if (p_) p_->newRef();
   }
   ~KeepAlive() {
-    if (p_) p_->deleteRef();
+    if (!p_) return;
+    if (unowned_) {
+      p_->kivDropHold();
+    } else {
+      p_->deleteRef();
+    }
   }
   KeepAlive(const KeepAlive&) = delete;
   KeepAlive& operator=(const KeepAlive&) = delete;
 
  private:
   const PtrInterface* p_;
+  bool unowned_;
 };
 
 // Intrusive doubly linked list of notifiees. Visiting survives handlers that add or remove members

@@ -45,7 +45,7 @@ class CoreHarness {
 
   // Builds the core with these ports enabled.
   void startCore(std::initializer_list<const char*> ports = {"Ethernet1", "Ethernet2", "Ethernet3"}) {
-    core = new CoreSm(config, status, counterDir, contextConfig, profileConfig, wheel, wheel2);
+    core = Kiv::make<CoreSm>(config, status, counterDir, contextConfig, profileConfig, wheel, wheel2);
     core->flooderIs(flooder);
     for (const char* p : ports) core->enabledIntfIs(IntfId(p), true);
     core->initializedIs(true);
