@@ -22,7 +22,7 @@ class Dir : public NamedEntity {
   template <class T>
   Ptr<T> entryIs(const Name& n) {
     if (Ptr<Entity> e = entityRef(n)) {
-      if (auto t = dynamic_cast<T*>(e.ptr())) return t;
+      if (auto t = dynamic_cast<T*>(e.ptr())) return Ptr<T>(t);
       throwNameInUseException("entry " + n.stdString() + " of " + name().stdString() +
                               " exists with another type");
     }

@@ -79,11 +79,13 @@
 #define KIV_API_ordered(n, N, K, V, def) \
   KIV_API_valuemap(n, N, K, V, def) auto n##IterFrom(const K& k) const { return n##_.lowerBound(k); }
 #define KIV_API_entities(n, N, K, T)                                                              \
-  ::Kiv::Ptr<T> n(const K& k) { return static_cast<T*>(n##_.find(k)); }                           \
-  ::Kiv::Ptr<T const> n(const K& k) const { return static_cast<T const*>(n##_.find(k)); }         \
+  ::Kiv::Ptr<T> n(const K& k) { return ::Kiv::Ptr<T>(static_cast<T*>(n##_.find(k))); }            \
+  ::Kiv::Ptr<T const> n(const K& k) const {                                                       \
+    return ::Kiv::Ptr<T const>(static_cast<T const*>(n##_.find(k)));                              \
+  }                                                                                               \
   /* Finding an existing child is the common case: it stays small enough to inline. */            \
   ::Kiv::Ptr<T> n##Is(const K& k) {                                                               \
-    if (auto* e = n##_.find(k)) return static_cast<T*>(e);                                        \
+    if (auto* e = n##_.find(k)) return ::Kiv::Ptr<T>(static_cast<T*>(e));                         \
     return kivChildNew_##n(k);                                                                    \
   }                                                                                               \
                                                                                                   \

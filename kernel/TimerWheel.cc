@@ -24,6 +24,7 @@
 
 #include "kernel/TimerWheel.h"
 
+#include <algorithm>
 #include <bit>
 #include <chrono>
 #include <cmath>
@@ -52,7 +53,10 @@ TimerWheel::Level::Level() {
 }
 
 TimerWheel::TimerWheel(Kiv::Ptr<Kiv::Clock> clock, uint32_t tickMsecs, uint32_t initialMaxTicks)
-    : clock_(std::move(clock)), tickSeconds_(tickMsecs / 1000.0), reactor_(this) {
+    : clock_(std::move(clock)),
+      tickSeconds_(tickMsecs / 1000.0),
+      seenStepBack_(clock_->stepBackTotal()),
+      reactor_(this) {
   KIV_ASSERT(tickMsecs > 0);
   current_ = tickDueBy(clock_->now());
   // One level more than the span needs: a timer within the span may still cross a boundary of
@@ -98,6 +102,8 @@ uint64_t TimerWheel::tickDueBy(Kiv::Seconds t) const {
 }
 
 void TimerWheel::NotifieeConst::timeMinIs(Kiv::Seconds t) {
+  if (!Kiv::isOrderedTime(t)) Kiv::throwRangeException(Kiv::secondsRangeText);
+  if (wheel_) wheel_->followClock();
   if (Kiv::isNever(t)) t = Kiv::infinity;
   if (t == timeMin_) return;
   if (bucket_ && wheel_->pushedInPlace(this, t)) return;
@@ -169,6 +175,7 @@ uint64_t TimerWheel::place(NotifieeConst* n) {
 }
 
 void TimerWheel::doArm(NotifieeConst* n) {
+  followClock();
   n->seq_ = ++seq_;
   n->tick_ = tickAtOrAfter(n->timeMin_);
   const uint64_t wake = place(n);
@@ -249,7 +256,32 @@ Kiv::Seconds TimerWheel::nextWakeTime() const {
   return Kiv::infinity;
 }
 
+void TimerWheel::rebase(Kiv::Seconds stepBack) {
+  seenStepBack_ += stepBack;
+  std::vector<NotifieeConst*> timers;
+  auto take = [&](Bucket& b) {
+    for (NotifieeConst* n = b.head; n; n = n->wheelNext_) timers.push_back(n);
+    b.head = b.tail = nullptr;
+    if (b.occupancy) *b.occupancy &= ~b.bit;
+  };
+  take(due_);
+  for (auto& level : levels_) {
+    for (Bucket& b : level->slots) take(b);
+  }
+  // Filed again in the order they were set, so that timers due in one tick keep their order.
+  std::sort(timers.begin(), timers.end(),
+            [](NotifieeConst* a, NotifieeConst* b) { return a->seq_ < b->seq_; });
+  current_ = tickDueBy(tickTime(current_) - stepBack);
+  for (NotifieeConst* n : timers) {
+    n->timeMin_ -= stepBack;
+    n->tick_ = tickAtOrAfter(n->timeMin_);
+    place(n);
+  }
+  if (!inTurn_) reactor_.timeMinIs(nextWakeTime());
+}
+
 void TimerWheel::handleTime() {
+  followClock();
   const uint64_t now = tickDueBy(clock_->now());
   if (now > current_) advanceTo(now);
   inTurn_ = true;
@@ -262,8 +294,8 @@ void TimerWheel::handleTime() {
     n->timeMin_ = Kiv::infinity;
     if (!n->kivIsZombie()) {
       Kiv::KeepAlive hold(n->kivOwner());
-      // n may be gone after this call.
-      n->onTime();
+      // n may be gone after this call; what it throws goes to its own hook before it is.
+      Kiv::NotifieeBase::kivCall(n, [n] { n->onTime(); });
     }
     if (processTimeLimit_ > 0 &&
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() >=

@@ -88,6 +88,12 @@ class TimerWheel : public Kiv::PtrInterface {
   };
 
   void doArm(NotifieeConst* n);
+  // Follows a step back of the clock: every timer keeps the time it had left (see Clock::noteNow).
+  void followClock() {
+    if (clock_->stepBackTotal() != seenStepBack_) [[unlikely]]
+      rebase(clock_->stepBackTotal() - seenStepBack_);
+  }
+  void rebase(Kiv::Seconds stepBack);
   // Pushes an armed timer to a time whose tick is not before the one it is filed under, in place;
   // false if it must be moved now.
   bool pushedInPlace(NotifieeConst* n, Kiv::Seconds t);
@@ -119,6 +125,8 @@ class TimerWheel : public Kiv::PtrInterface {
   // While a turn fires: the last timer of due_ that this turn fires; later ones wait for the next.
   NotifieeConst* fireLast_ = nullptr;
   bool inTurn_ = false;
+  // The clock's stepBackTotal() that the timers' times are in.
+  Kiv::Seconds seenStepBack_;
   ClockReactor reactor_;
 };
 
