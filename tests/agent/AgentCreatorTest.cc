@@ -38,7 +38,7 @@ std::string run(Agent::AgentCommandCallback& cb, const char* command) {
 
 IpAddr ip(const char* text) {
   IpAddr a;
-  IpAddr::parse(text, a);
+  if (!IpAddr::parse(text, a)) ADD_FAILURE() << "not an address: " << text;
   return a;
 }
 
