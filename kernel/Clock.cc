@@ -55,6 +55,8 @@ void Clock::stepBackBy(Seconds d) {
     n->entry_ = moved.emplace_hint(moved.end(), n->timeMin_, n);
   }
   pending_.swap(moved);
+  const std::vector<StepObserver*> observers = stepObservers_;
+  for (StepObserver* o : observers) o->onClockStepBack(d);
 }
 
 void Clock::doFireDue() {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <map>
+#include <vector>
 
 #include "kernel/Exception.h"
 #include "kernel/Notifiee.h"
@@ -80,7 +81,7 @@ class Clock : public PtrInterface {
   // Steps of the system clock. A step forward cannot be told from time passing, and is taken as
   // such: wake-ups it overtakes fire at once. A step back, seen when now() is earlier than at the
   // previous look, moves every pending wake-up back by the step, so that each keeps the time it had
-  // left; timers kept elsewhere on this clock (the timer wheel) follow stepBackTotal().
+  // left; timers kept elsewhere on this clock (the timer wheel) follow through StepObserver.
   // noteNow looks; the loop calls it at the start of each turn and before firing.
   void noteNow() {
     const Seconds t = now();
@@ -89,6 +90,17 @@ class Clock : public PtrInterface {
   }
   // The sum of every step back seen so far.
   Seconds stepBackTotal() const { return stepBackTotal_; }
+
+  // Told of each step back once the clock's own wake-ups have moved: keepers of their own timers.
+  class StepObserver {
+   public:
+    virtual void onClockStepBack(Seconds by) = 0;
+
+   protected:
+    ~StepObserver() = default;
+  };
+  void stepObserverAdd(StepObserver* o) { stepObservers_.push_back(o); }
+  void stepObserverDel(StepObserver* o) { std::erase(stepObservers_, o); }
   // Where a virtual time is kept: it follows every change of it.
   const Seconds* virtualNowAt() const { return &virtualNow_; }
 
@@ -107,6 +119,7 @@ class Clock : public PtrInterface {
   std::multimap<Seconds, NotifieeConst*> pending_;
   Seconds lastNow_ = -std::numeric_limits<double>::max();
   Seconds stepBackTotal_ = 0;
+  std::vector<StepObserver*> stepObservers_;
   uint64_t armCount_ = 0;
   Seconds virtualNow_ = 0;
   bool virtual_ = false;

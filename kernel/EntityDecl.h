@@ -11,6 +11,11 @@
 //
 // Collections notify onFoo(key) per element and onFookivImmediate() when changed as a whole; they
 // give fooSize() and fooIter() (hash collections also fooIterAt(key), the bookmark start).
+//
+// Writing a child that exists: fooIs(args...) with the child's own arguments returns it; with other
+// arguments it replaces the child (the old one leaves the tree, its reactors see onFoo()). A collection
+// of child state machines differs: asking it for a key that holds a machine made with other arguments
+// throws the name-in-use exception.
 // Then, inside the class:  KIV_ENTITY_KEYED(Type, KeyType, keyName, ATTRS)  or  KIV_ENTITY_NAMED(Type,
 // ATTRS).
 #pragma once

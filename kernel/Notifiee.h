@@ -168,12 +168,41 @@ void NotifieeList::visit(Wants&& wants, Fn&& fn) {
     Visit* v;
     ~Pop() { activeVisits_ = v->outer; }
   } pop{&v};
-  while (v.list && v.next) {
-    ListedNotifiee* n = v.next;
-    v.next = n->next_;
-    if (!wants(n) || n->kivIsZombie()) continue;
-    KeepAlive hold(n->kivOwner());
-    NotifieeBase::kivCall(n, [&] { fn(n); });
+  // The hold on the owner is taken by hand, outside the try, so that it still stands when what a
+  // handler threw reaches the handler's hook; one try around the loop keeps the loop as it was.
+  struct Held {
+    const PtrInterface* p = nullptr;
+    bool unowned = false;
+    void take(const PtrInterface* o) {
+      p = o, unowned = !o->references();
+      o->newRef();
+    }
+    void drop() {
+      const PtrInterface* o = p;
+      p = nullptr;
+      unowned ? o->kivDropHold() : o->deleteRef();
+    }
+  } held;
+  ListedNotifiee* current = nullptr;
+  for (;;) {
+    try {
+      while (v.list && v.next) {
+        ListedNotifiee* n = v.next;
+        v.next = n->next_;
+        if (!wants(n) || n->kivIsZombie()) continue;
+        current = n;
+        held.take(n->kivOwner());
+        fn(n);
+        held.drop();
+      }
+      return;
+    } catch (...) {
+      struct Drop {
+        Held& h;
+        ~Drop() { h.drop(); }
+      } drop{held};
+      current->onNotificationException(std::current_exception());
+    }
   }
 }
 

@@ -53,10 +53,7 @@ TimerWheel::Level::Level() {
 }
 
 TimerWheel::TimerWheel(Kiv::Ptr<Kiv::Clock> clock, uint32_t tickMsecs, uint32_t initialMaxTicks)
-    : clock_(std::move(clock)),
-      tickSeconds_(tickMsecs / 1000.0),
-      seenStepBack_(clock_->stepBackTotal()),
-      reactor_(this) {
+    : clock_(std::move(clock)), tickSeconds_(tickMsecs / 1000.0), reactor_(this) {
   KIV_ASSERT(tickMsecs > 0);
   current_ = tickDueBy(clock_->now());
   // One level more than the span needs: a timer within the span may still cross a boundary of
@@ -66,7 +63,10 @@ TimerWheel::TimerWheel(Kiv::Ptr<Kiv::Clock> clock, uint32_t tickMsecs, uint32_t 
     ++levels;
   for (unsigned l = 0; l <= levels; ++l) levels_.push_back(std::make_unique<Level>());
   reactor_.notifierIs(clock_);
+  clock_->stepObserverAdd(&reactor_);
 }
+
+TimerWheel::~TimerWheel() { clock_->stepObserverDel(&reactor_); }
 
 Kiv::Ptr<TimerWheel> TimerWheelIs(Kiv::Ptr<Kiv::Clock> clock, uint32_t tickMsecs, uint32_t initialMaxTicks,
                                   bool, uint32_t) {
@@ -103,7 +103,6 @@ uint64_t TimerWheel::tickDueBy(Kiv::Seconds t) const {
 
 void TimerWheel::NotifieeConst::timeMinIs(Kiv::Seconds t) {
   if (!Kiv::isOrderedTime(t)) Kiv::throwRangeException(Kiv::secondsRangeText);
-  if (wheel_) wheel_->followClock();
   if (Kiv::isNever(t)) t = Kiv::infinity;
   if (t == timeMin_) return;
   if (bucket_ && wheel_->pushedInPlace(this, t)) return;
@@ -175,7 +174,6 @@ uint64_t TimerWheel::place(NotifieeConst* n) {
 }
 
 void TimerWheel::doArm(NotifieeConst* n) {
-  followClock();
   n->seq_ = ++seq_;
   n->tick_ = tickAtOrAfter(n->timeMin_);
   const uint64_t wake = place(n);
@@ -257,7 +255,6 @@ Kiv::Seconds TimerWheel::nextWakeTime() const {
 }
 
 void TimerWheel::rebase(Kiv::Seconds stepBack) {
-  seenStepBack_ += stepBack;
   std::vector<NotifieeConst*> timers;
   auto take = [&](Bucket& b) {
     for (NotifieeConst* n = b.head; n; n = n->wheelNext_) timers.push_back(n);
@@ -281,7 +278,6 @@ void TimerWheel::rebase(Kiv::Seconds stepBack) {
 }
 
 void TimerWheel::handleTime() {
-  followClock();
   const uint64_t now = tickDueBy(clock_->now());
   if (now > current_) advanceTo(now);
   inTurn_ = true;
