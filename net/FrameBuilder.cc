@@ -46,8 +46,9 @@ class FrameBuilder::Frame {
 
   uint8_t* payload() const { return pkt_->data() + ethHeaderBytes + ipBytes_; }
 
-  Kiv::Ptr<Pkt> finish() {
-    MessageHdr(payload()).doChecksumUpdate(payloadLen_);
+  // A control message's checksum sits where its header says; a UDP datagram goes without one.
+  Kiv::Ptr<Pkt> finish(bool messageChecksum = true) {
+    if (messageChecksum) MessageHdr(payload()).doChecksumUpdate(payloadLen_);
     IpHdr(pkt_->data() + ethHeaderBytes).doChecksumUpdate();
     if (!builder_.vlan_.isNone()) insertPktVlanTag(pkt_, Bridging::VlanId(builder_.vlan_.value()));
     return pkt_;
@@ -66,6 +67,17 @@ Kiv::Ptr<Pkt> FrameBuilder::igmpV12Message(MessageType type, IpAddr dst, IpAddr 
   f.payload()[0] = type;
   group.bytesOut(f.payload() + 4);
   return f.finish();
+}
+
+Kiv::Ptr<Pkt> FrameBuilder::udpDatagram(IpAddr dst, uint16_t port, uint16_t payloadLen) const {
+  constexpr uint8_t ipProtocolUdp = 17;
+  constexpr uint16_t udpHeaderBytes = 8;
+  Frame f(*this, dst, ipProtocolUdp, false, udpHeaderBytes + payloadLen);
+  std::memset(f.payload(), 0, udpHeaderBytes + payloadLen);
+  NetU16::write(f.payload(), port);
+  NetU16::write(f.payload() + 2, port);
+  NetU16::write(f.payload() + 4, static_cast<uint16_t>(udpHeaderBytes + payloadLen));
+  return f.finish(false);
 }
 
 // Version 1 predates the Router Alert option; version 2 sends it on every message (RFC 2236).

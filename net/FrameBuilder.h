@@ -44,6 +44,8 @@ class FrameBuilder {
   Kiv::Ptr<Pkt> dvmrpProbe(uint32_t generationId) const;
   Kiv::Ptr<Pkt> mrdAdvertisement(uint8_t interval, uint16_t queryInterval, uint16_t robustness) const;
   Kiv::Ptr<Pkt> mrdTermination() const;
+  // Multicast data: a UDP datagram of payloadLen zero bytes to dst, with no UDP checksum.
+  Kiv::Ptr<Pkt> udpDatagram(IpAddr dst, uint16_t port, uint16_t payloadLen) const;
 
  private:
   // The Ethernet and IP headers for a payload of len bytes, which the caller fills in at payload();
