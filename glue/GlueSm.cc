@@ -98,6 +98,10 @@ class GlueSm::KivTopoVlanLib : public Topology::Library::Vlan::LibVlanState::Not
   explicit KivTopoVlanLib(GlueSm* sm) : NotifieeConst(sm), sm_(sm) {}
   void onTopoVlan(const VlanId& vlan) override {
     KIV_TRACE(glueTrace, 8, "onTopoVlan " << vlan);
+    // The library's first pass makes each VLAN before its ports: a machine made then would start its
+    // core without ports and drop what a restart left on them. The bring-up at initDone takes every
+    // VLAN with its ports.
+    if (!sm_->s_.topoLib || !sm_->s_.topoLib->initDone()) return;
     sm_->s_.vlanInfo->handleOneVlanConfig(vlan);
   }
   void onTopoVlankivImmediate() override { sm_->handleOneVlanConfig(); }
