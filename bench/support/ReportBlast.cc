@@ -47,8 +47,8 @@ std::vector<uint8_t> reportFrame(const std::array<uint8_t, 6>& src, uint32_t i) 
   f.insert(f.end(), src.begin(), src.end());
   f.insert(f.end(), {0x08, 0x00});
   // IPv4 with the router alert option, TTL 1, protocol 2, from 10.77.0.1.
-  std::vector<uint8_t> ip = {0x46, 0xc0, 0, 32, 0, 0, 0, 0, 1, 2, 0, 0, 10, 77, 0, 1,
-                             g[0], g[1], g[2], g[3], 0x94, 0x04, 0, 0};
+  std::vector<uint8_t> ip = {0x46, 0xc0, 0, 32, 0,    0,    0,    0,    1,    2,    0, 0,
+                             10,   77,   0, 1,  g[0], g[1], g[2], g[3], 0x94, 0x04, 0, 0};
   const uint16_t ipSum = checksum(ip.data(), ip.size());
   ip[10] = static_cast<uint8_t>(ipSum >> 8);
   ip[11] = static_cast<uint8_t>(ipSum);

@@ -56,6 +56,13 @@ void populate(const AgentMounts& m, Kiv::Seconds now) {
   m.counterDir->intfCounterIs("Ethernet2")->inPktIgmpV2ReportInc(7);
 }
 
+// The bridge of that VLAN: Ethernet2 an untagged member, its link up.
+void bridgeIs(const AgentMounts& m) {
+  m.bridgingConfig->switchIntfConfigIs(IntfId("Ethernet2"))->defaultVlanIs(Bridging::VlanIdOrNone(10));
+  m.bridgingConfig->vlanConfigIs(Bridging::VlanId(10))->intfIs(IntfId("Ethernet2"))->taggedIs(false);
+  m.ethIntfStatusDir->intfStatusIs(IntfId("Ethernet2"))->linkUpIs(true);
+}
+
 class AgentCreatorTest : public ::testing::Test {
  protected:
   ~AgentCreatorTest() override { Agent::AgentCommandRequestDirSm::factoryIs(nullptr); }
@@ -114,8 +121,8 @@ TEST(AgentCreatorRestartTest, ARestartedAgentShowsWhatSurvivedInRedis) {
   {
     auto db = Platform::stateDbOpen(server.address());
     const AgentMounts mounts = AgentMountTable::mount(*db);
-    // Nobody wrote configuration: its read-only trees never load, and the wait ends at its limit.
-    db->waitLoaded(1);
+    ASSERT_TRUE(db->waitLoaded(10)) << "configuration nobody wrote is an empty tree, loaded";
+    bridgeIs(mounts);
     auto root = IgmpSnoopingAgent::rootFactory("IgmpSnooping");
     auto agent = root->agentIs(mounts, "igmpsnoopd");
     populate(mounts, now);
@@ -127,9 +134,13 @@ TEST(AgentCreatorRestartTest, ARestartedAgentShowsWhatSurvivedInRedis) {
   EXPECT_NE(before, "");
   auto db = Platform::stateDbOpen(server.address());
   const AgentMounts mounts = AgentMountTable::mount(*db);
-  db->waitLoaded(1);
+  ASSERT_TRUE(db->waitLoaded(10));
+  bridgeIs(mounts);
   auto agent = IgmpSnoopingAgent::rootFactory("IgmpSnooping")->agentIs(mounts, "igmpsnoopd");
   EXPECT_EQ(agent->localCounterDir()->intfCounter("Ethernet2")->inPktIgmpV2Report(), 7u);
+  // The glue takes the VLAN up on the state that survived.
+  ASSERT_TRUE(TestSupport::runUntil(
+      [&] { return agent->glueSm()->vlanSmInitialized() && agent->glueSm()->vlanSm(Bridging::VlanId(10)); }));
   // Times are whole seconds apart from the first image's: the same text unless a second ticked.
   const std::string after = run(*agent->debugCliCallback(), command);
   EXPECT_EQ(after.substr(0, 40), before.substr(0, 40));
