@@ -147,8 +147,8 @@ int main(int argc, char** argv) {
 
   std::unique_ptr<Platform::StateDb> db = Platform::stateDbOpen(o.stateDb);
   const IgmpSnoopingAgent::AgentMounts mounts = Platform::AgentMountTable::mount(*db);
-  // The agent's own trees come back from the database before anything is built on them. Trees that
-  // nobody has written yet (no configuration) do not hold the start beyond this.
+  // Every tree comes back from the database before anything is built on it; a tree nobody has
+  // written yet loads empty at once. The limit only bounds a database that does not answer.
   db->waitLoaded(3);
 
   // The bridge from rtnetlink: its ports and VLANs become the bridge's configuration, its
