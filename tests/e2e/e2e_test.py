@@ -180,7 +180,8 @@ class KernelSnoopingDifferential(unittest.TestCase):
             for g in self.groups:
                 if eth_of(g) == eth:
                     agent |= {(p, g) for p in ports}
-        return kernel == agent and (kernel, agent)
+        self.last = {"kernel": sorted(kernel), "agent": sorted(agent)}
+        return kernel == agent
 
     def test_timeline(self):
         self.groups = ["239.5.5.5", "239.6.6.6"]
@@ -199,7 +200,10 @@ class KernelSnoopingDifferential(unittest.TestCase):
         for action, host, group in steps:
             for lab in (self.agent, self.kernel):
                 getattr(lab, action)(host, group)
-            wait_for(self.agreed, 10, what="agreement after %s %s %s" % (action, host, group))
+            try:
+                wait_for(self.agreed, 10, what="agreement after %s %s %s" % (action, host, group))
+            except AssertionError as e:
+                raise AssertionError("%s: %r" % (e, self.last)) from None
 
 
 def main():
