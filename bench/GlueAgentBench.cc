@@ -58,6 +58,16 @@ int main() {
     std::fprintf(stderr, "only %zu VLANs came up\n", sm.vlanSmSize());
     return 1;
   }
+  size_t kept = 0;
+  for (auto& cs : lab.coreStatusDir->contextStatusIter()) {
+    for (auto& g : cs->groupIter()) {
+      for (auto& i : g->intfIter()) kept += i->membershipSize();
+    }
+  }
+  if (kept != static_cast<size_t>(memberships)) {
+    std::fprintf(stderr, "%zu of %d memberships survived the bring-up\n", kept, memberships);
+    return 1;
+  }
   Bench::result("restart_bringup_4094_vlans_s", seconds, "s");
   Bench::result("restart_bringup_slices", slices, "slices");
   Bench::printResults();

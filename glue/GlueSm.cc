@@ -98,9 +98,9 @@ class GlueSm::KivTopoVlanLib : public Topology::Library::Vlan::LibVlanState::Not
   explicit KivTopoVlanLib(GlueSm* sm) : NotifieeConst(sm), sm_(sm) {}
   void onTopoVlan(const VlanId& vlan) override {
     KIV_TRACE(glueTrace, 8, "onTopoVlan " << vlan);
-    // The library's first pass makes each VLAN before its ports: a machine made then would start its
-    // core without ports and drop what a restart left on them. The bring-up at initDone takes every
-    // VLAN with its ports.
+    // Until the library is complete the bring-up takes every VLAN in; a VLAN made earlier would make
+    // its core before its ports are there, and a core drops the restored memberships of every port it
+    // does not have at its start.
     if (!sm_->s_.topoLib || !sm_->s_.topoLib->initDone()) return;
     sm_->s_.vlanInfo->handleOneVlanConfig(vlan);
   }
@@ -504,6 +504,9 @@ void GlueSm::handleDevicePam(Lomax::IntfId intf) {
   if (!pam) {
     doForEachVlanSm([&](VlanId vlan, GlueVlanSm* sm) {
       handleVlanIntf(vlan, intf);
+      // The port may still be in the topology, which follows on a later turn; without a multiplexer
+      // it must leave the flood set now, or the next flood of the VLAN finds no way out.
+      sm->handleAddOrRemoveIntf(intf, false);
       if (!pseudo && sm->coreSm()) sm->coreSm()->intfQuerySpooferDel(intf);
     });
     return;

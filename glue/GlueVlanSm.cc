@@ -488,10 +488,19 @@ void GlueVlanSm::handleTopoPort(IntfId intf) {
   } else {
     glueTopoPort_.erase(intf);
   }
+  rxForbiddenIs(intf);
   if (initialized_) handleVlanIntf(intf);
 }
 
+void GlueVlanSm::rxForbiddenIs(IntfId intf) {
+  auto port = topoVlan_ ? topoVlan_->port(intf) : nullptr;
+  const uint32_t i = intf.internIndex();
+  if (i >= rxForbidden_.size()) rxForbidden_.resize(i + 1);
+  rxForbidden_[i] = port && port->allowedTrafficDirection() == Bridging::trafficDirectionTransmitOnly;
+}
+
 void GlueVlanSm::handleTopoPortDirection(IntfId intf) {
+  rxForbiddenIs(intf);
   if (!initialized_) return;
   auto port = topoVlan_ ? topoVlan_->port(intf) : nullptr;
   KIV_TRACE(glueTrace, 7,

@@ -177,6 +177,7 @@ class GlueVlanSm : public Kiv::StateMachine {
   class KivTopoVlan;
   class KivGlueTopoPort;
   void ethernetGroupDel(Lomax::EthAddr eth);
+  void rxForbiddenIs(Lomax::IntfId intf);
   Kiv::Ptr<EthernetGroup> ethernetGroupIs(Lomax::EthAddr eth);
 
   Kiv::Ptr<TopoVlan const> topoVlan_;
@@ -192,6 +193,8 @@ class GlueVlanSm : public Kiv::StateMachine {
   Kiv::Ptr<SoftFlooder> flooder_;
   // The interfaces' counters by intern index: the packet path looks them up by name once.
   std::vector<Kiv::Ptr<Bridging::IgmpSnooping::IgmpContextIntfCounter>> intfCounters_;
+  // By intern index: the topology port may not receive (its direction, followed by the port's reactor).
+  std::vector<uint8_t> rxForbidden_;
   Kiv::HashMap2018<Lomax::EthAddr, Kiv::Ptr<EthernetGroup>> ethernetGroup_;
   Kiv::HashMap2018<Lomax::IntfId, Kiv::Ptr<InterfaceStatus>> routerInterface_;
   Kiv::SmMap<Lomax::IpAddr, RouterSm> addrIntfMap_;

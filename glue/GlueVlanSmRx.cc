@@ -28,12 +28,12 @@ IgmpContextIntfCounter* GlueVlanSm::intfCounter(IntfId intf) {
 
 void GlueVlanSm::doRxPkt(IntfId intf, Kiv::Ptr<Lomax::Pkt> pkt) {
   KIV_TRACE_FUNC(packetTrace);
-  const Topology::Library::Vlan::Port* port = topoVlan_ ? topoVlan_->port(intf).ptr() : nullptr;
   if (!pkt) {
     KIV_TRACE(packetTrace, 8, " return ");
     return;
   }
-  const bool mayReceive = !port || port->allowedTrafficDirection() != Bridging::trafficDirectionTransmitOnly;
+  const uint32_t index = intf.internIndex();
+  const bool mayReceive = index >= rxForbidden_.size() || !rxForbidden_[index];
   if (coreSm_ && !coreSm_->enabledIntf(intf)) {
     KIV_TRACE(packetTrace, 7, "Received packet on " << intf << " but the intf is not enabled in coreSm ");
     KIV_TRACE(packetTrace, 8, " return ");

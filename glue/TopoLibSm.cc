@@ -153,7 +153,13 @@ void LibSm::handleTopo() {
       for (auto intf : intfs) doUpdatePort(topoVlan, intf);
     }
   }
-  libState_->initDoneIs(true);
+  if (sourcesReady_) libState_->initDoneIs(true);
+}
+
+void LibSm::sourcesReadyIs(bool on) {
+  if (on == sourcesReady_) return;
+  sourcesReady_ = on;
+  if (on) doDefer();
 }
 
 void LibSm::doUpdateVlan(Bridging::VlanId vlan) {

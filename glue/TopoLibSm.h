@@ -53,6 +53,12 @@ class LibSm : public Kiv::StateMachine {
   const Kiv::Ptr<LibState>& libState() const { return libState_; }
   const Kiv::Ptr<Vlan::LibVlanState>& libVlanState() const { return libVlanState_; }
 
+  // Whether the platform has read its sources in full. initDone waits for it: a library that said
+  // it was complete over a half-read switch would have the VLANs it lacks taken for gone, and their
+  // status removed. True unless the platform says otherwise before the first turn.
+  bool sourcesReady() const { return sourcesReady_; }
+  void sourcesReadyIs(bool on);
+
   // Applies what has changed now, instead of on the next turn.
   void handleTopo();
   // Recomputes everything, as if all had changed.
@@ -88,6 +94,7 @@ class LibSm : public Kiv::StateMachine {
   // What to look at on the next application; an interface touches every VLAN it is a member of.
   std::set<Bridging::VlanId> dirtyVlans_;
   std::set<Lomax::IntfId> dirtyIntfs_;
+  bool sourcesReady_ = true;
 };
 
 }  // namespace Topology::Library

@@ -39,8 +39,8 @@ struct DataplaneView {
 
 // What the published state asks of a bridge with these ports: the IP groups behind each published
 // Ethernet group on each port (the core's groups with members there; for a port only the peer asks
-// for, every group of that address the core or the peer has), and the published router ports, or every port
-// while the VLAN floods (no VLAN status, or useVlanFloodset). Either status may be null.
+// for, every group of that address the core or the peer has), and the published router ports, or
+// every port while the VLAN floods (no VLAN status, or useVlanFloodset). Either status may be null.
 DataplaneView dataplanePublished(const Bridging::IgmpSnooping::VlanStatus* vlan,
                                  const Bridging::IgmpSnooping::IgmpContextStatus* core,
                                  const std::vector<std::string>& bridgePorts);

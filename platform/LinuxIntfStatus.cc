@@ -3,6 +3,8 @@
 
 #include <linux/if_bridge.h>
 
+#include <utility>
+
 namespace Platform {
 
 namespace {
@@ -11,12 +13,19 @@ Lomax::IntfId intfOf(const LinkWatcher::Link& l) { return Lomax::IntfId(Kiv::Str
 }  // namespace
 
 LinuxIntfStatus::LinuxIntfStatus(LinkWatcher& links, Kiv::Ptr<Interface::EthIntfStatusDir> ethIntfStatusDir,
-                                 Kiv::Ptr<Interface::DeviceIntfStatusDir> deviceIntfStatusDir)
+                                 Kiv::Ptr<Interface::DeviceIntfStatusDir> deviceIntfStatusDir,
+                                 std::function<void()> synced)
     : links_(links),
       ethIntfStatusDir_(std::move(ethIntfStatusDir)),
-      deviceIntfStatusDir_(std::move(deviceIntfStatusDir)) {
+      deviceIntfStatusDir_(std::move(deviceIntfStatusDir)),
+      synced_(std::move(synced)) {
   for (const auto& [ifindex, l] : links_.links()) doLinkIs(l);
   links_.observerAdd(this);
+  if (links_.synced()) onLinksSynced();
+}
+
+void LinuxIntfStatus::onLinksSynced() {
+  if (synced_) std::exchange(synced_, {})();
 }
 
 LinuxIntfStatus::~LinuxIntfStatus() { links_.observerDel(this); }

@@ -3,6 +3,8 @@
 // The agent's interface names are the Linux names; a rename is one interface going and another coming.
 #pragma once
 
+#include <functional>
+
 #include "glue/EthIntfStatusDir.h"
 #include "platform/LinkWatcher.h"
 
@@ -10,9 +12,11 @@ namespace Platform {
 
 class LinuxIntfStatus : public LinkWatcher::Observer {
  public:
-  // Fills both directories from what the watcher holds now and follows it from then on.
+  // Fills both directories from what the watcher holds now and follows it from then on. synced runs
+  // once the directories hold the first full reading of the interfaces (at once if they do already).
   LinuxIntfStatus(LinkWatcher& links, Kiv::Ptr<Interface::EthIntfStatusDir> ethIntfStatusDir,
-                  Kiv::Ptr<Interface::DeviceIntfStatusDir> deviceIntfStatusDir);
+                  Kiv::Ptr<Interface::DeviceIntfStatusDir> deviceIntfStatusDir,
+                  std::function<void()> synced = {});
   ~LinuxIntfStatus() override;
   LinuxIntfStatus(const LinuxIntfStatus&) = delete;
   LinuxIntfStatus& operator=(const LinuxIntfStatus&) = delete;
@@ -23,12 +27,14 @@ class LinuxIntfStatus : public LinkWatcher::Observer {
 
  private:
   void onLink(const LinkWatcher::Link* before, const LinkWatcher::Link* after) override;
+  void onLinksSynced() override;
   void doLinkIs(const LinkWatcher::Link& l);
   void doLinkDel(const LinkWatcher::Link& l);
 
   LinkWatcher& links_;
   Kiv::Ptr<Interface::EthIntfStatusDir> ethIntfStatusDir_;
   Kiv::Ptr<Interface::DeviceIntfStatusDir> deviceIntfStatusDir_;
+  std::function<void()> synced_;
 };
 
 }  // namespace Platform

@@ -116,6 +116,27 @@ TEST_F(GlueSmTest, ARestartBringsUpAFullSwitchInBoundedSlicesWithTheLoopServedBe
   EXPECT_EQ(lab.coreStatusDir->contextStatusSize(), 0u);
 }
 
+TEST_F(GlueSmTest, MembershipsThatSurvivedARestartAreKept) {
+  lab.switchIs(10, 11, 2);
+  for (int v : {10, 11}) {
+    lab.survivingStatusIs(v);
+    auto m = lab.coreStatusDir->contextStatus(VlanId(v))
+                 ->groupIs(Lomax::IpAddr(239, 1, 1, 1))
+                 ->intfIs(port(v - 9))
+                 ->membershipIs(Lomax::IpAddr(10, 0, 0, 1));
+    m->lastReportIs(lab.now() - 10);
+    m->expireIs(lab.now() + 250);
+  }
+  lab.start();
+  lab.turn();
+  ASSERT_TRUE(lab.glueSm->vlanSmInitialized());
+  for (int v : {10, 11}) {
+    auto g = lab.coreStatusDir->contextStatus(VlanId(v))->group(Lomax::IpAddr(239, 1, 1, 1));
+    ASSERT_TRUE(g) << v;
+    EXPECT_TRUE(g->intf(port(v - 9))) << v;
+  }
+}
+
 TEST_F(GlueSmTest, OrphansGoAtRestartAndVlansComeAndGoWithTheTopology) {
   lab.switchIs(10, 20, 4);
   for (int v : {10, 20, 30}) lab.survivingStatusIs(v);
@@ -230,6 +251,14 @@ TEST_F(GlueSmTest, APortLeavesAndJoinsAVlan) {
   EXPECT_TRUE(mux2->vlanSm(VlanId(10)));
   EXPECT_TRUE(sm.vlanSm(VlanId(10))->coreSm()->enabledIntf(port(2)));
 
+  // The bridge's configuration of the port reaches its multiplexer through the VLAN manager.
+  auto* gmux2 = dynamic_cast<IgmpShim::GlueVlanMultiplexer*>(mux2);
+  ASSERT_TRUE(gmux2);
+  EXPECT_EQ(gmux2->switchIntfConfig(), lab.bridgingConfig->switchIntfConfig(port(2)));
+  lab.bridgingConfig->switchIntfConfigDel(port(2));
+  auto replaced = lab.bridgingConfig->switchIntfConfigIs(port(2));
+  EXPECT_EQ(gmux2->switchIntfConfig(), replaced);
+
   // A link that goes down blocks the port in its multiplexer.
   lab.linkIs(2, false);
   lab.turn();
@@ -275,6 +304,12 @@ TEST_F(GlueSmTest, ADeviceInterfaceAppearsAndDisappears) {
   EXPECT_FALSE(lab.glueVlanMultiplexerDir->multiplexer(port(3)));
   EXPECT_TRUE(sm.vlanSm(VlanId(10))->coreSm()) << "the VLAN runs on";
   EXPECT_FALSE(sm.vlanSm(VlanId(10))->coreSm()->intfQuerySpoofer(port(3)));
+  // Port 3 is still in the topology: a flood of the VLAN goes out on the ports that can carry it.
+  pam2->txClear();
+  pam1->rxPktEnqueue(Lomax::FrameBuilder(Lomax::EthAddr(0x0200, 0, 0x00fe), Lomax::IpAddr(10, 0, 0, 254))
+                         .igmpQuery(Gmp::Igmp::IgmpQuery(Gmp::Igmp::igmpVersion2, 100, Lomax::IpAddr())));
+  pam1->rxReady();
+  EXPECT_EQ(pam2->tx().size(), 1u);
 }
 
 TEST_F(GlueSmTest, ACounterUpdateRequestCopiesOnlyWhenNewer) {

@@ -410,6 +410,13 @@ TEST_F(GlueVlanSmTest, ReportFloodingTakesRouterPortsOutAndWarnsOfRealRouters) {
   EXPECT_FALSE(vs()->routerIntf(intfId("Ethernet2")));
   ASSERT_FALSE(logs.entries.empty());
   EXPECT_EQ(logs.entries.back().name, "IGMPSNOOPING_NOT_EXPECT_ROUTER");
+  // Reports now go to the switch ports as well as to the routers.
+  lab.vlanConfig(10)->switchPortIs(intfId("Ethernet1"), true);
+  lab.txClear();
+  lab.rx("Ethernet2", host("10.0.0.2", 10).igmpV2Report(ipAddr("239.1.1.1")));
+  EXPECT_EQ(sent("Ethernet1"), 1u);
+  EXPECT_EQ(sent("Ethernet3"), 1u);
+  EXPECT_EQ(sent("Ethernet2"), 0u);
   lab.vlanConfig(10)->reportFloodingConfigIs(vlanStateDefault);
   EXPECT_FALSE(sm()->coreStatus()->reportFloodingEnabled());
   EXPECT_TRUE(vs()->routerIntf(intfId("Ethernet3")));
@@ -442,6 +449,30 @@ TEST_F(GlueVlanSmTest, PortsFollowTheTopologyAndTheirTrafficDirection) {
   lab.vlanPortIs(10, "Ethernet2", true, true);
   EXPECT_TRUE(core->enabledIntf(intfId("Ethernet2")));
   EXPECT_TRUE(lab.dir->multiplexer(intfId("Ethernet2"))->vlanSm(Bridging::VlanId(10)));
+}
+
+TEST_F(GlueVlanSmTest, AGroupQueryReachesEachMemberAndRouterOnce) {
+  generalQuery();
+  join("Ethernet1", "239.1.1.1");
+  join("Ethernet2", "239.1.1.1", "10.0.0.2");
+  lab.vlanConfig(10)->routerIntfIs(intfId("Ethernet2"), true);
+  lab.addPort("Ethernet4");
+  lab.vlanPortIs(10, "Ethernet4", true, true);
+  lab.txClear();
+  lab.rx("Ethernet3",
+         host("10.0.0.254", 10).igmpQuery(IgmpQuery(Gmp::Igmp::igmpVersion2, 10, ipAddr("239.1.1.1"))));
+  EXPECT_EQ(sent("Ethernet1"), 1u);
+  EXPECT_EQ(sent("Ethernet2"), 1u);
+  EXPECT_EQ(sent("Ethernet3"), 0u);
+  EXPECT_EQ(sent("Ethernet4"), 0u);
+  EXPECT_EQ(lab.counter("Ethernet2")->outPktIgmpQuery(), 2u);  // the general query, then this one
+  // A query for a group without members still reaches the router ports.
+  lab.txClear();
+  lab.rx("Ethernet1",
+         host("10.0.0.253").igmpQuery(IgmpQuery(Gmp::Igmp::igmpVersion2, 10, ipAddr("239.9.9.9"))));
+  EXPECT_EQ(sent("Ethernet2"), 1u);
+  EXPECT_EQ(sent("Ethernet3"), 1u);
+  EXPECT_EQ(sent("Ethernet4"), 0u);
 }
 
 TEST(GlueIntfTest, ProfilesReachTheCoreAndPeerInterfacesGetNoPacketAccess) {

@@ -108,6 +108,19 @@ TEST_F(TopoLibSmTest, VlansAndPortsFollowConfigAndStatusOnALaterTurn) {
   EXPECT_EQ(log.bulk, 0) << "the library reports its VLANs one by one";
 }
 
+TEST_F(TopoLibSmTest, InitialisationWaitsForThePlatformsSources) {
+  Kiv::Ptr<LibSm> sm = new LibSm(config, status, libState, vlanState, Kiv::ActivityManagerConfig::clock());
+  sm->sourcesReadyIs(false);
+  port(1, "p1");
+  link("p1", true);
+  turn();
+  EXPECT_FALSE(libState->initDone());
+  EXPECT_EQ(ports(1), (std::vector<std::string>{"p1"})) << "the topology is followed all the same";
+  sm->sourcesReadyIs(true);
+  turn();
+  EXPECT_TRUE(libState->initDone());
+}
+
 TEST_F(TopoLibSmTest, AnEmptyConfigurationStillCompletesInitialisation) {
   Kiv::Ptr<LibSm> sm = new LibSm(config, status, libState, vlanState, Kiv::ActivityManagerConfig::clock());
   turn();

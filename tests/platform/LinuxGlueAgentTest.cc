@@ -29,15 +29,26 @@ class LinuxGlueAgentTest : public ::testing::Test {
     ASSERT_TRUE(bridgeLab_->ok());
     TestNet::NetNs::Inside in(bridgeLab_->sw());
     watcher_.start();
-    status_ = std::make_unique<Platform::LinuxIntfStatus>(watcher_, lab_.ethIntfStatusDir,
-                                                          lab_.deviceIntfStatusDir);
-    topology_ = std::make_unique<Platform::BridgeTopology>(
-        watcher_, "", [this](const Platform::BridgeTopology::View& v) { bridging_.viewIs(v); });
+    // Status that survived a restart: VLAN 1 with a member on p1, and a VLAN the bridge no longer has.
+    lab_.survivingStatusIs(1);
+    lab_.survivingStatusIs(99);
+    auto m = lab_.coreStatusDir->contextStatus(VlanId(1))
+                 ->groupIs(IpAddr(239, 9, 9, 9))
+                 ->intfIs(intf("p1"))
+                 ->membershipIs(IpAddr(10, 0, 0, 9));
+    m->lastReportIs(lab_.now() - 10);
+    m->expireIs(lab_.now() + 250);
     manager_ =
         new Platform::LinuxEthDevPamManager(watcher_, lab_.pamDesiredIntfDir, lab_.ethDevPamCollection);
     auto services = lab_.services();
     services.ethDevPamManager = manager_;
     lab_.start(services);
+    lab_.topoLibSm->sourcesReadyIs(false);
+    status_ =
+        std::make_unique<Platform::LinuxIntfStatus>(watcher_, lab_.ethIntfStatusDir, lab_.deviceIntfStatusDir,
+                                                    [this] { lab_.topoLibSm->sourcesReadyIs(true); });
+    topology_ = std::make_unique<Platform::BridgeTopology>(
+        watcher_, "", [this](const Platform::BridgeTopology::View& v) { bridging_.viewIs(v); });
   }
   // The manager watches the links: it goes, with the glue that holds it, before the watcher.
   void TearDown() override {
@@ -62,6 +73,10 @@ TEST_F(LinuxGlueAgentTest, AHostsReportReachesTheCoreOfItsVlan) {
            lab_.glueVlanMultiplexerDir->multiplexer(intf("p2"));
   }));
   EXPECT_FALSE(lab_.glueVlanMultiplexerDir->multiplexer(intf("br0"))) << "the bridge itself is no port";
+  EXPECT_FALSE(lab_.coreStatusDir->contextStatus(VlanId(99))) << "orphan";
+  ASSERT_TRUE(lab_.coreStatusDir->contextStatus(VlanId(1))->group(IpAddr(239, 9, 9, 9)));
+  EXPECT_TRUE(lab_.coreStatusDir->contextStatus(VlanId(1))->group(IpAddr(239, 9, 9, 9))->intf(intf("p1")))
+      << "the restored member stays";
   EXPECT_TRUE(manager_->packetAccess());
 
   TestNet::RawPort h1(bridgeLab_->hosts(), "h1");

@@ -69,11 +69,14 @@ class LinuxSwitchTest : public ::testing::Test {
     ASSERT_TRUE(lab_->ok());
     TestNet::NetNs::Inside in(lab_->sw());
     watcher_.start();
-    status_ = std::make_unique<Platform::LinuxIntfStatus>(watcher_, ethIntfStatusDir_, deviceIntfStatusDir_);
-    topology_ = std::make_unique<BridgeTopology>(
-        watcher_, "", [this](const BridgeTopology::View& v) { bridging_.viewIs(v); });
     libSm_ = new Topology::Library::LibSm(config_, ethIntfStatusDir_, libState_, vlanState_,
                                           Kiv::ActivityManagerConfig::clock());
+    // The library is complete only once the interfaces have been read.
+    libSm_->sourcesReadyIs(false);
+    status_ = std::make_unique<Platform::LinuxIntfStatus>(watcher_, ethIntfStatusDir_, deviceIntfStatusDir_,
+                                                          [this] { libSm_->sourcesReadyIs(true); });
+    topology_ = std::make_unique<BridgeTopology>(
+        watcher_, "", [this](const BridgeTopology::View& v) { bridging_.viewIs(v); });
   }
 
   // The ports of VLAN 1, "!" behind a blocked one, sorted.
@@ -106,8 +109,8 @@ class LinuxSwitchTest : public ::testing::Test {
 };
 
 TEST_F(LinuxSwitchTest, TheTopologyFollowsTheBridgesPorts) {
-  ASSERT_TRUE(vlan1Becomes({"p1", "p2"}));
-  EXPECT_TRUE(libState_->initDone());
+  ASSERT_TRUE(TestNet::turnUntil([&] { return libState_->initDone(); }));
+  EXPECT_EQ(vlan1(), (std::vector<std::string>{"p1", "p2"})) << "complete when it says so";
   EXPECT_TRUE(deviceIntfStatusDir_->intf(intf("p1")));
   EXPECT_TRUE(deviceIntfStatusDir_->intf(intf("br0")));
   EXPECT_FALSE(deviceIntfStatusDir_->intf(intf("lo")));
