@@ -77,7 +77,12 @@ void AgentCreator::handleConstructor() {
                                                    topoLibVlanState_, Kiv::ActivityManagerConfig::clock());
 
   const AgentPlatform& p = platform();
-  if (p.intfStatusManagerFactory) intfStatusManager_ = p.intfStatusManagerFactory(deviceIntfStatusDir_);
+  if (p.intfStatusManagerFactory) {
+    topoLibSm_->sourcesReadyIs(false);
+    Topology::Library::LibSm* lib = topoLibSm_.ptr();
+    intfStatusManager_ =
+        p.intfStatusManagerFactory(deviceIntfStatusDir_, [lib] { lib->sourcesReadyIs(true); });
+  }
   if (p.ethDevPamManagerFactory)
     ethDevPamManager_ = p.ethDevPamManagerFactory(pamDesiredIntfDir_, ethDevPamCollection_);
 

@@ -57,8 +57,11 @@ struct AgentMounts {
 // The platform's services that work on objects the agent makes. Unset, the agent runs without them:
 // no device interfaces are listed and nothing has packet access (tests of the agent alone).
 struct AgentPlatform {
-  // Keeps the list of device interfaces filled for as long as what it returns lives.
-  std::function<std::shared_ptr<void>(const Kiv::Ptr<Interface::DeviceIntfStatusDir>&)>
+  // Keeps the list of device interfaces filled for as long as what it returns lives, and calls synced
+  // once it holds the first full reading of the interfaces: the topology library is not complete
+  // before, or a restart would take the VLANs not yet read for gone and remove their status.
+  std::function<std::shared_ptr<void>(const Kiv::Ptr<Interface::DeviceIntfStatusDir>&,
+                                      std::function<void()> synced)>
       intfStatusManagerFactory;
   // Packet access to the interfaces in pamDesiredIntfDir, offered in ethDevPamCollection.
   std::function<Kiv::Ptr<Interface::EthDevPamManager>(const Kiv::Ptr<Interface::PamDesiredIntfDir const>&,

@@ -185,8 +185,10 @@ int main(int argc, char** argv) {
 
   Kiv::Ptr<Platform::LinuxEthDevPamManager> pamManager;
   IgmpSnoopingAgent::AgentPlatform platform;
-  platform.intfStatusManagerFactory = [&](const Kiv::Ptr<Interface::DeviceIntfStatusDir>& dir) {
-    return std::make_shared<Platform::LinuxIntfStatus>(links, mounts.ethIntfStatusDir, dir);
+  platform.intfStatusManagerFactory = [&](const Kiv::Ptr<Interface::DeviceIntfStatusDir>& dir,
+                                          std::function<void()> synced) {
+    return std::make_shared<Platform::LinuxIntfStatus>(links, mounts.ethIntfStatusDir, dir,
+                                                       std::move(synced));
   };
   platform.ethDevPamManagerFactory = [&](const Kiv::Ptr<Interface::PamDesiredIntfDir const>& wanted,
                                          const Kiv::Ptr<Interface::EthDevPamCollection>& pams) {

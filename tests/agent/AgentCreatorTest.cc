@@ -6,6 +6,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "glue/MemoryPam.h"
 #include "kernel/ActivityManager.h"
 #include "kernel/Exception.h"
 #include "net/IpToEthGroupMap.h"
@@ -109,6 +110,57 @@ TEST_F(AgentCreatorTest, BuildsOnceRestoresCountersAndServesCommands) {
   EXPECT_FALSE(root->agent());
   agent = nullptr;
   EXPECT_FALSE(service->agentCommandCallback()) << "a service that outlives the agent must not reach it";
+}
+
+// The platform's services are made on the agent's own objects before the glue, which switches packet
+// access on; the topology is not complete before the interfaces were read in full.
+TEST_F(AgentCreatorTest, PlatformServicesServeTheGlueAndHoldTheTopologyUntilTheInterfacesAreRead) {
+  struct Manager : Interface::EthDevPamManager {
+    PamCounters intfPamCounters(Lomax::IntfId) const override { return {3, 2, 1}; }
+    void handleEnabled() override {}
+  };
+  std::function<void()> synced;
+  Kiv::Ptr<Interface::DeviceIntfStatusDir> devices;
+  Kiv::Ptr<Manager> manager;
+  IgmpSnoopingAgent::AgentPlatform platform;
+  platform.intfStatusManagerFactory = [&](const Kiv::Ptr<Interface::DeviceIntfStatusDir>& dir,
+                                          std::function<void()> s) {
+    devices = dir;
+    synced = std::move(s);
+    return std::make_shared<int>(0);
+  };
+  platform.ethDevPamManagerFactory = [&](const Kiv::Ptr<Interface::PamDesiredIntfDir const>&,
+                                         const Kiv::Ptr<Interface::EthDevPamCollection>&) {
+    manager = new Manager();
+    return Kiv::Ptr<Interface::EthDevPamManager>(manager);
+  };
+  IgmpSnoopingAgent::AgentCreator::platformIs(platform);
+  auto db = Platform::stateDbOpen("");
+  const AgentMounts mounts = AgentMountTable::mount(*db);
+  bridgeIs(mounts);
+  auto root = IgmpSnoopingAgent::rootFactory("IgmpSnooping");
+  auto agent = root->agentIs(mounts, "igmpsnoopd");
+  IgmpSnoopingAgent::AgentCreator::platformIs({});
+
+  EXPECT_EQ(devices, agent->deviceIntfStatusDir());
+  ASSERT_TRUE(manager);
+  EXPECT_EQ(agent->glueSm()->services().ethDevPamManager, manager);
+  EXPECT_TRUE(manager->enabled()) << "the glue switches packet access on";
+  Kiv::activityManager()->advanceBy(1);
+  EXPECT_FALSE(agent->topoLibState()->initDone()) << "interfaces not read yet";
+  EXPECT_FALSE(agent->glueSm()->vlanSm(Bridging::VlanId(10)));
+  ASSERT_TRUE(synced);
+  synced();
+  Kiv::activityManager()->advanceBy(1);
+  EXPECT_TRUE(agent->topoLibState()->initDone());
+  EXPECT_TRUE(agent->glueSm()->vlanSm(Bridging::VlanId(10)));
+
+  // The error counters are read per packet-access object through the glue's manager.
+  agent->ethDevPamCollection()->intfPamIs(IntfId("Ethernet2"), new Lomax::MemoryPam());
+  const std::string counters = run(*agent->debugCliCallback(), "ethDevPamsCounters");
+  EXPECT_NE(counters.find("Ethernet2"), std::string::npos) << counters;
+  EXPECT_NE(counters.find("3"), std::string::npos) << counters;
+  root->agentDel();
 }
 
 TEST(AgentCreatorRestartTest, ARestartedAgentShowsWhatSurvivedInRedis) {
