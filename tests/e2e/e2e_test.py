@@ -127,7 +127,11 @@ class AgentLab(unittest.TestCase):
     def test_5_kill_9_never_withdraws_what_hosts_still_want(self):
         lab = self.lab
         want = {eth_of("239.1.1.1"): {"Ethernet1", "Ethernet2"}, eth_of("239.2.2.2"): {"Ethernet3"}}
+        pid = lab.agent_pid()
+        self.assertTrue(pid and labmod.alive(pid).startswith(tool("igmpsnoopd")),
+                        "the lab's pid file names the agent")
         lab.agent("kill")
+        self.assertFalse(labmod.alive(pid), "the agent is gone")
         restart_at = time.monotonic() + 0.5
         restarted = False
         end = time.monotonic() + QUERY_INTERVAL + 5
