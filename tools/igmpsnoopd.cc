@@ -16,6 +16,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "agent/AgentCreator.h"
 #include "kernel/ActivityManager.h"
@@ -208,6 +209,18 @@ int main(int argc, char** argv) {
   } catch (const Kiv::Exception& e) {
     die(e.what());
   }
+  // The ports' rows, and one for the socket they share, named after the bridge: what its ring dropped
+  // belongs to no one port.
+  const Kiv::Ptr<IgmpSnoopingAgent::DebugCliCallback> debug = root->agent()->debugCliCallback();
+  debug->pamErrorCountersIs([ports = debug->source().pamErrorCounters, &pamManager, bridge = o.bridge] {
+    std::vector<IgmpSnoopingAgent::PamErrorCounters> rows = ports ? ports() : decltype(rows){};
+    if (Platform::PacketAccess* access = pamManager ? pamManager->packetAccess() : nullptr) {
+      const Platform::PacketAccess::Counters& c = access->counters();
+      rows.push_back({bridge, static_cast<uint32_t>(c.rxOversize + c.ringDrops),
+                      static_cast<uint32_t>(c.txErrors), static_cast<uint32_t>(c.txNoRoom)});
+    }
+    return rows;
+  });
   std::fprintf(stderr, "igmpsnoopd: serving bridge %s, commands on %s\n", o.bridge.c_str(),
                o.commandSocket.c_str());
 
