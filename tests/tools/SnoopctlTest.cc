@@ -91,7 +91,7 @@ class SnoopctlTest : public ::testing::Test {
     ctx->groupIs(ip("239.1.1.3"))->intfIs(IntfId("Ethernet4"))->staticEntryIs(true);
     auto r = ctx->routerIs(ip("10.0.0.254"));
     r->intfIs(IntfId("Ethernet7")), r->routerTypeIs(routerTypePim), r->firstHeardIs(now), r->lastHeardIs(now);
-    r->expireIs(now + 105);
+    r->lifeIs(105), r->expireIs(now + 105);
     auto q = ctx->querierIs(ip("10.0.0.254"));
     q->intfIs(IntfId("Ethernet7")), q->lastHeardIs(now), q->expireIs(now + 255);
     ctx->querierVersionIs(Gmp::Igmp::igmpVersion3);
