@@ -282,16 +282,18 @@ void GlueVlanSm::handleQuerierQueryInterval() {
   }
 }
 
-// The configuration's values are written as they stand: 1 takes the global setting, 0 and 2 turn
-// report flooding off.
+// The VLAN's own choice, as its tri-state means everywhere: no choice of its own takes the global
+// setting, disabled is off, enabled is on; a value outside the three writes nothing.
 void GlueVlanSm::handleReportFloodingEnabled() {
   if (!initialized_ || !coreStatus_) return;
   bool value = coreStatus_->reportFloodingEnabled();
   const VlanState setting = igmpVlanConfig_ ? igmpVlanConfig_->reportFloodingConfig() : vlanStateDefault;
-  if (setting == vlanStateDisabled) {
+  if (setting == vlanStateDefault) {
     value = glueSm_->config() && glueSm_->config()->globalReportFloodingEnabled();
-  } else if (setting == vlanStateDefault || setting == vlanStateEnabled) {
+  } else if (setting == vlanStateDisabled) {
     value = false;
+  } else if (setting == vlanStateEnabled) {
+    value = true;
   }
   if (value == coreStatus_->reportFloodingEnabled()) return;
   coreStatus_->reportFloodingEnabledIs(value);

@@ -399,9 +399,16 @@ TEST_F(GlueVlanSmTest, ReportFloodingTakesRouterPortsOutAndWarnsOfRealRouters) {
   RecordingLogSink logs;
   generalQuery();
   EXPECT_TRUE(vs()->routerIntf(intfId("Ethernet3")));
+  // The VLAN's tri-state keeps its meaning: no choice of its own follows the global setting.
   lab.config->globalReportFloodingEnabledIs(true);
-  // The configuration's values as they stand: 1 takes the global setting.
+  sm()->handleReportFloodingEnabled();
+  EXPECT_TRUE(sm()->coreStatus()->reportFloodingEnabled());
   lab.vlanConfig(10)->reportFloodingConfigIs(vlanStateDisabled);
+  EXPECT_FALSE(sm()->coreStatus()->reportFloodingEnabled());
+  EXPECT_TRUE(vs()->routerIntf(intfId("Ethernet3")));
+  lab.config->globalReportFloodingEnabledIs(false);
+  sm()->handleReportFloodingEnabled();
+  lab.vlanConfig(10)->reportFloodingConfigIs(vlanStateEnabled);
   EXPECT_TRUE(sm()->coreStatus()->reportFloodingEnabled());
   EXPECT_FALSE(vs()->routerIntf(intfId("Ethernet3")));
   EXPECT_TRUE(logs.entries.empty());
@@ -420,6 +427,9 @@ TEST_F(GlueVlanSmTest, ReportFloodingTakesRouterPortsOutAndWarnsOfRealRouters) {
   lab.vlanConfig(10)->reportFloodingConfigIs(vlanStateDefault);
   EXPECT_FALSE(sm()->coreStatus()->reportFloodingEnabled());
   EXPECT_TRUE(vs()->routerIntf(intfId("Ethernet3")));
+  // A value outside the three leaves the setting as it was.
+  lab.vlanConfig(10)->reportFloodingConfigIs(static_cast<VlanState>(7));
+  EXPECT_FALSE(sm()->coreStatus()->reportFloodingEnabled());
 }
 
 TEST_F(GlueVlanSmTest, PortsFollowTheTopologyAndTheirTrafficDirection) {
