@@ -117,6 +117,24 @@ class GlueVlanSm : public Kiv::StateMachine {
   void handleRobustness();
   void handleQuerierQueryInterval();
   void handleReportFloodingEnabled();
+
+  // The L2 querier: its configuration's values, and its packet path through "Switch".
+  // The key of the VLAN's entry in GlueSm's querierConfigDir.
+  Kiv::Name querierName() const;
+  Kiv::Ptr<Igmp::QuerierConfig> querierConfig() const;
+  void handleVlanQuerierConfig();
+  void handleQuerierSecondaryVlan();
+  void handleQuerierIpAddr();
+  void handleMacAddr();
+  void handleQuerierQueryResponseInterval();
+  void handleQuerierLastMemberQueryInterval();
+  void handleQuerierLastMemberQueryCount();
+  void handleQuerierStartupQueryInterval();
+  void handleQuerierStartupQueryCount();
+  void handleQuerierVersion();
+  void handleMtu();
+  void handleQuerierEnabled();
+  void handleProxyVlanConfig();
   void handleIgmpIpGroup(Lomax::IpAddr ip);
   void handleIgmpIpGroup();
   void handleStaticIntfs(Lomax::IpAddr ip);
@@ -171,6 +189,7 @@ class GlueVlanSm : public Kiv::StateMachine {
 
  private:
   class KivIgmpVlanConfig;
+  class KivVlanQuerierConfig;
   class KivCoreStatus;
   class KivIgmpGroup;
   class KivStaticGroup;
@@ -179,6 +198,11 @@ class GlueVlanSm : public Kiv::StateMachine {
   void ethernetGroupDel(Lomax::EthAddr eth);
   void rxForbiddenIs(Lomax::IntfId intf);
   Kiv::Ptr<EthernetGroup> ethernetGroupIs(Lomax::EthAddr eth);
+  // The VLAN's own querier values, or null.
+  const Bridging::IgmpSnooping::VlanQuerierConfig* vlanQuerierConfig() const;
+  // The global querier values, or their defaults.
+  const Bridging::IgmpSnooping::GlobalQuerierConfig& globalQuerierConfig() const;
+  uint32_t robustness() const;
 
   Kiv::Ptr<TopoVlan const> topoVlan_;
   Bridging::VlanIdOrNone primaryVlan_;
@@ -202,6 +226,7 @@ class GlueVlanSm : public Kiv::StateMachine {
   Kiv::HashMap2018<Lomax::IpAddr, Kiv::Ptr<KivStaticGroup>> staticGroup_;
   Kiv::HashMap2018<Lomax::IntfId, Kiv::Ptr<KivGlueTopoPort>> glueTopoPort_;
   Kiv::Ptr<KivIgmpVlanConfig> kivIgmpVlanConfig_;
+  Kiv::Ptr<KivVlanQuerierConfig> kivVlanQuerierConfig_;
   Kiv::Ptr<KivCoreStatus> kivCoreStatus_;
   Kiv::Ptr<KivTopoVlan> kivTopoVlan_;
   IgmpSnoopingState state_ = Bridging::IgmpSnooping::snoopingStateDefault;
