@@ -116,7 +116,10 @@ class TestGlueSm : public IgmpShim::GlueSmBase {
     auto* t = topo.find(vlan);
     return t ? *t : nullptr;
   }
+  bool isProxyConfigured(Bridging::VlanId) const override { return proxy; }
   Kiv::HashMap2018<Bridging::VlanId, Kiv::Ptr<IgmpShim::GlueVlanSm>> vlans;
+  // The proxy in every VLAN, or in none.
+  bool proxy = false;
   Kiv::HashMap2018<Bridging::VlanId, Kiv::Ptr<Topology::Library::Vlan::TopoVlan>> topo;
 };
 
