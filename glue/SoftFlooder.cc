@@ -24,11 +24,20 @@ SoftFlooder::SoftFlooder(const Kiv::Name& name, GlueVlanSm* glueVlanSm, Kiv::Ptr
 SoftFlooder::~SoftFlooder() = default;
 
 void SoftFlooder::enabledIntfIs(IntfId intf, bool on) {
+  const uint32_t i = intf.internIndex();
   if (on) {
     enabledIntf_.set(intf, true);
+    if (i >= enabledByIndex_.size()) enabledByIndex_.resize(i + 1, 0);
+    enabledByIndex_[i] = 1;
   } else {
     enabledIntf_.erase(intf);
+    if (i < enabledByIndex_.size()) enabledByIndex_[i] = 0;
   }
+}
+
+void SoftFlooder::enabledIntfDelAll() {
+  enabledIntf_.clear();
+  enabledByIndex_.clear();
 }
 
 // Hooks tell link-local multicast from the rest. A packet that the VLAN floods without a core comes as
