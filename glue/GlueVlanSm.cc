@@ -207,6 +207,7 @@ void GlueVlanSm::handleCleanupCore() {
   Kiv::smZombieAll(addrIntfMap_, true);
   addrIntfMap_.clear();
   routerInterface_.clear();
+  routerPorts_.clear();
   ethernetGroup_.clear();
   igmpProtocolStatus_->contextStatusDel(vlan);
   igmpProtocolConfig_->contextConfigDel(vlan);

@@ -169,6 +169,8 @@ class GlueVlanSm : public Kiv::StateMachine {
   Kiv::Ptr<InterfaceStatus> routerInterface(Lomax::IntfId intf) const;
   size_t routerInterfaceSize() const { return routerInterface_.size(); }
   auto routerInterfaceIter() const { return routerInterface_.iter(); }
+  // The keys of routerInterface in the order they came: what each flood to the routers walks.
+  const std::vector<Lomax::IntfId>& routerPorts() const { return routerPorts_; }
   void handleRouterInterface(Lomax::IntfId intf);
   void handleRouterInterface();
   void handleConfident();
@@ -221,6 +223,7 @@ class GlueVlanSm : public Kiv::StateMachine {
   std::vector<uint8_t> rxForbidden_;
   Kiv::HashMap2018<Lomax::EthAddr, Kiv::Ptr<EthernetGroup>> ethernetGroup_;
   Kiv::HashMap2018<Lomax::IntfId, Kiv::Ptr<InterfaceStatus>> routerInterface_;
+  std::vector<Lomax::IntfId> routerPorts_;
   Kiv::SmMap<Lomax::IpAddr, RouterSm> addrIntfMap_;
   Kiv::HashMap2018<Lomax::IpAddr, Kiv::Ptr<KivIgmpGroup>> igmpGroup_;
   Kiv::HashMap2018<Lomax::IpAddr, Kiv::Ptr<KivStaticGroup>> staticGroup_;

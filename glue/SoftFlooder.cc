@@ -132,8 +132,10 @@ void SoftFlooder::doFloodToRouters(const FloodReq& req, const IgmpGroup* group,
   };
   KIV_TRACE(packetTrace, 7,
             "Flooding to router interfaces (" << routerVlan->routerInterfaceSize() << " routers known)");
-  for (auto& r : routerVlan->routerInterfaceIter()) {
-    const IntfId intf = r.key();
+  // By index, and the size read each time: a hook may take a router port away while a frame is sent.
+  const std::vector<IntfId>& routers = routerVlan->routerPorts();
+  for (size_t k = 0; k < routers.size(); ++k) {
+    const IntfId intf = routers[k];
     if (intf == incoming || !enabledIntf(intf) || served(intf)) continue;
     KIV_TRACE(packetTrace, 8, "Flooding to RouterInterface " << intf);
     doTxPkt(intf, req, floodCtrlPktType);
