@@ -96,8 +96,17 @@ class GlueVlanSm : public Kiv::StateMachine {
   void stateIs(IgmpSnoopingState s);
   bool initialized() const { return initialized_; }
 
-  // The counters of intf, or null; kept by intern index, so that the name is looked up once.
-  Bridging::IgmpSnooping::IgmpContextIntfCounter* intfCounter(Lomax::IntfId intf);
+  // The counters of intf, or null; kept by intern index, so that the name is looked up once. A counter
+  // taken out of the directory has lost its parent; one may have been put in its place.
+  Bridging::IgmpSnooping::IgmpContextIntfCounter* intfCounter(Lomax::IntfId intf) {
+    const uint32_t i = intf.internIndex();
+    if (i < intfCounters_.size()) [[likely]] {
+      Bridging::IgmpSnooping::IgmpContextIntfCounter* c = intfCounters_[i].ptr();
+      if (c && c->parent() == igmpCounterDir_.ptr()) [[likely]]
+        return c;
+    }
+    return intfCounterLookup(intf);
+  }
 
   // The packet path.
   void doRxPkt(Lomax::IntfId intf, Kiv::Ptr<Lomax::Pkt> pkt);
@@ -198,6 +207,7 @@ class GlueVlanSm : public Kiv::StateMachine {
   class KivTopoVlan;
   class KivGlueTopoPort;
   void ethernetGroupDel(Lomax::EthAddr eth);
+  Bridging::IgmpSnooping::IgmpContextIntfCounter* intfCounterLookup(Lomax::IntfId intf);
   void rxForbiddenIs(Lomax::IntfId intf);
   Kiv::Ptr<EthernetGroup> ethernetGroupIs(Lomax::EthAddr eth);
   // The VLAN's own querier values, or null.
