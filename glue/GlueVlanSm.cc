@@ -191,7 +191,7 @@ void GlueVlanSm::handleInitializeCore() {
   coreSm_->initializedIs(true);
   glueSm_->doInitializeSecondaryVlanSms(vlan);
   // The querier's packet path needs the core.
-  handleQuerierEnabled();
+  doQuerierPacketPath();
 }
 
 void GlueVlanSm::handleCleanupCore() {
@@ -221,7 +221,7 @@ void GlueVlanSm::handleCleanupCore() {
   if (const auto& status = glueSm_->status()) status->vlanStatusDel(vlan);
   stateIs(snoopingStateDefault);
   handleVlanIntf();
-  handleQuerierEnabled();
+  doQuerierPacketPath();
 }
 
 // --- settings --------------------------------------------------------------------------------------

@@ -208,6 +208,8 @@ class GlueVlanSm : public Kiv::StateMachine {
   class KivGlueTopoPort;
   void ethernetGroupDel(Lomax::EthAddr eth);
   Bridging::IgmpSnooping::IgmpContextIntfCounter* intfCounterLookup(Lomax::IntfId intf);
+  // Makes or takes down the querier's packet path as its configuration and the core say.
+  void doQuerierPacketPath();
   void rxForbiddenIs(Lomax::IntfId intf);
   Kiv::Ptr<EthernetGroup> ethernetGroupIs(Lomax::EthAddr eth);
   // The VLAN's own querier values, or null.

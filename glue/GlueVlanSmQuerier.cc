@@ -190,6 +190,13 @@ void GlueVlanSm::handleQuerierEnabled() {
     }
   }
   glueSm_->setupQuerier(vlan);
+  doQuerierPacketPath();
+}
+
+void GlueVlanSm::doQuerierPacketPath() {
+  if (!initialized_) return;
+  const Bridging::VlanId vlan = vlanId();
+  Kiv::Ptr<Igmp::QuerierConfig> querier = querierConfig();
   const auto& muxDir = glueSm_->glueVlanMultiplexerDir();
   VirtualIntfGlueVlanMultiplexer* switchVpm = muxDir ? muxDir->multiplexer(Lomax::switchIntfId()) : nullptr;
   const auto& l2Mux = glueSm_->l2QuerierMultiplexer();
@@ -214,7 +221,7 @@ void GlueVlanSm::handleQuerierEnabled() {
   }
   if (switchVpm) {
     KIV_ASSERT_TEXT(!switchVpm->blocked(vlan), "!switchVpm->blocked( vlanId() )");
-    switchVpm->vlanSmIs(Kiv::Ptr<GlueVlanSm>(this));
+    if (switchVpm->vlanSm(vlan) != this) switchVpm->vlanSmIs(Kiv::Ptr<GlueVlanSm>(this));
   }
   handleAddOrRemoveIntf(Lomax::switchIntfId(), true);
   querier->pamIs(pam);

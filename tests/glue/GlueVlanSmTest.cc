@@ -610,6 +610,13 @@ TEST_F(GlueVlanSmTest, TheQuerierGetsItsPacketPathWithTheCoreAndServesTheProxy) 
   EXPECT_TRUE(querier->proxyMode());
   EXPECT_TRUE(lab.protocolConfig->contextConfig(Bridging::VlanId(10))->proxyEnabled());
   EXPECT_TRUE(querier->pam());
+  // A VLAN that leaves loses its querier's configuration first; the core's removal then takes the
+  // packet path down and makes no new configuration.
+  lab.querierConfigDir->querierConfigDel("10");
+  sm()->handleCleanupCore();
+  EXPECT_FALSE(lab.querierConfigDir->querierConfig("10"));
+  EXPECT_FALSE(lab.switchMux->vlanSm(Bridging::VlanId(10)));
+  EXPECT_FALSE(sm()->flooder()->enabledIntf(Lomax::switchIntfId()));
 }
 
 TEST(GlueIntfTest, ProfilesReachTheCoreAndPeerInterfacesGetNoPacketAccess) {
