@@ -4,7 +4,9 @@
 // What it holds: the VLAN's flooder (always), its core with the core's configuration and status (while
 // snooping runs in the VLAN), and its own image of what it publishes: the Ethernet groups with the IP
 // groups that keep each port in them, and the router ports with the routers on each. Nothing of it
-// needs saving: it is recomputed from the core's status, which survives a restart.
+// needs saving: it is recomputed from the core's status, which survives a restart. While the VLAN wants
+// an L2 querier it also writes the querier's configuration, and gives the querier a packet path that
+// reaches the VLAN through the pseudo-interface "Switch" like a port.
 //
 // How a frame flows: a port's multiplexer hands it, tag removed, to doRxPkt, which admits it, checks
 // its Ethernet and IP headers and gives IGMP and PIM to the core; the rest is flooded or counted as the
