@@ -36,8 +36,8 @@ struct PamErrorCounters {
   uint32_t txDrops = 0;
 };
 
-// What the commands read. The agent-wide glue owns these entities; until it is built they are given
-// here directly. Null entities read as empty.
+// What the commands read: the entities the agent-wide glue works on, and through the glue its
+// topology and packet access (AgentCreator fills it in). Null entities read as empty.
 struct DebugCliSource {
   Kiv::Ptr<Bridging::IgmpSnooping::Config const> config;
   Kiv::Ptr<Bridging::IgmpSnooping::Status const> status;
@@ -57,7 +57,7 @@ class DebugCliCallback : public Agent::AgentCommandCallback {
 
   const Kiv::String& text() const { return text_; }
   const DebugCliSource& source() const { return source_; }
-  // Packet access is the host's: it tells the callback where its counters are once it has them.
+  // Replaces where the error counters come from (the host adds rows of its own, such as a shared socket's).
   void pamErrorCountersIs(std::function<std::vector<PamErrorCounters>()> fn) {
     source_.pamErrorCounters = std::move(fn);
   }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "kernel/EntityDecl.h"
+#include "net/EthAddr.h"
 #include "net/IntfId.h"
 #include "net/VlanId.h"
 #include "net/VlanIdOrNone.h"
@@ -29,10 +30,12 @@ class SwitchIntfConfig : public Kiv::KeyedEntity<Lomax::IntfId> {
   KIV_ENTITY_KEYED(SwitchIntfConfig, Lomax::IntfId, intf, SWITCH_INTF_CONFIG_ATTRS)
 };
 
-#define BRIDGING_CONFIG_ATTRS(X)                                \
-  X(entities, vlanConfig, VlanConfig, VlanId, BridgeVlanConfig) \
-  X(entities, switchIntfConfig, SwitchIntfConfig, Lomax::IntfId, SwitchIntfConfig)
+#define BRIDGING_CONFIG_ATTRS(X)                                                   \
+  X(entities, vlanConfig, VlanConfig, VlanId, BridgeVlanConfig)                    \
+  X(entities, switchIntfConfig, SwitchIntfConfig, Lomax::IntfId, SwitchIntfConfig) \
+  X(scalar, bridgeMacAddr, BridgeMacAddr, Lomax::EthAddr, Lomax::EthAddr())
 
+// The bridge's MAC address is the switch's own, the source of its L2 querier's frames.
 class Config : public Kiv::NamedEntity {
   KIV_ENTITY_NAMED(Config, BRIDGING_CONFIG_ATTRS)
 };

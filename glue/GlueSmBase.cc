@@ -37,6 +37,39 @@ void GlueSmBase::handleVlanIntf(Bridging::VlanId vlan, Lomax::IntfId intf) {
   if (active && mux) mux->vlanSmIs(Kiv::Ptr<GlueVlanSm>(sm));
 }
 
+bool GlueSmBase::isL2QuerierConfigured(Bridging::VlanId vlan) const {
+  bool on = config_ && config_->globalQuerierConfig() && config_->globalQuerierConfig()->enabled();
+  auto vlanConfig = config_ ? config_->vlanConfig(vlan) : nullptr;
+  auto querier = vlanConfig ? vlanConfig->vlanQuerierConfig() : nullptr;
+  if (querier && querier->enabledConfigured() != 0) on = querier->enabledConfigured() == 1;
+  return on;
+}
+
+// The proxy needs a querier in its VLAN whatever the querier's own setting says. The order of the
+// writes differs between the two modes: enabled first into proxy mode, proxy mode first out of it.
+void GlueSmBase::setupQuerier(Bridging::VlanId vlan) {
+  auto querier = querierConfigDir_
+                     ? querierConfigDir_->querierConfig(Kiv::Name(Kiv::format("%d", vlan.value())))
+                     : nullptr;
+  if (!querier) return;
+  if (isProxyConfigured(vlan)) {
+    querier->enabledIs(true);
+    querier->proxyModeIs(true);
+  } else {
+    querier->proxyModeIs(false);
+    querier->enabledIs(isL2QuerierConfigured(vlan));
+  }
+}
+
+void GlueSmBase::handleProxyVlanConfig(Bridging::VlanId vlan) {
+  auto contextConfig = coreConfigDir_ ? coreConfigDir_->contextConfig(vlan) : nullptr;
+  KIV_TRACE(glueTrace, 8,
+            "contextConfig : " << (contextConfig ? "present" : "absent")
+                               << " querierConfig : " << (querierConfigDir_ ? "present" : "absent"));
+  if (contextConfig) contextConfig->proxyEnabledIs(isProxyConfigured(vlan));
+  setupQuerier(vlan);
+}
+
 bool isActiveVlanPort(const GlueSmBase* glueSm, Bridging::VlanId vlan, Lomax::IntfId intf) {
   auto topo = glueSm->topoVlan(vlan);
   return topo && topo->port(intf);

@@ -9,11 +9,13 @@
 #include "core/IntfStateControl.h"
 #include "glue/FloodControl.h"
 #include "glue/GlueVlanMultiplexerDir.h"
+#include "glue/QuerierConfig.h"
 #include "glue/TopoVlan.h"
 #include "kernel/StateMachine.h"
 #include "kernel/TimerWheel.h"
 #include "model/Config.h"
 #include "model/IgmpProfile.h"
+#include "model/IgmpProtocolConfig.h"
 #include "model/Status.h"
 
 namespace IgmpShim {
@@ -36,6 +38,17 @@ class GlueSmBase : public Kiv::StateMachine {
   // Brings intf into vlan or out of it, in the core, the flooder and the port's multiplexer.
   void handleVlanIntf(Bridging::VlanId vlan, Lomax::IntfId intf);
 
+  // The L2 querier and the proxy. Whether the proxy serves a VLAN is the agent-wide glue's to say;
+  // without a proxy it serves none.
+  virtual bool isProxyConfigured(Bridging::VlanId) const { return false; }
+  // The VLAN's own querier setting (0 follows the global one, 1 is on, anything else off), or the
+  // global one.
+  bool isL2QuerierConfigured(Bridging::VlanId vlan) const;
+  // Writes whether the VLAN's querier runs, and in which mode, into its configuration if it has one.
+  void setupQuerier(Bridging::VlanId vlan);
+  // The proxy's setting into the VLAN's core configuration, then the querier's.
+  void handleProxyVlanConfig(Bridging::VlanId vlan);
+
   const Kiv::Ptr<Bridging::IgmpSnooping::Config const>& config() const { return config_; }
   void configIs(Kiv::Ptr<Bridging::IgmpSnooping::Config const> c) { config_ = std::move(c); }
   const Kiv::Ptr<Bridging::IgmpSnooping::HwConfig const>& hwConfig() const { return hwConfig_; }
@@ -47,6 +60,18 @@ class GlueSmBase : public Kiv::StateMachine {
   void glueVlanMultiplexerDirIs(Kiv::Ptr<GlueVlanMultiplexerDir> d) {
     glueVlanMultiplexerDir_ = std::move(d);
   }
+  // The VLANs' core configuration, as the VLAN glue writes it.
+  const Kiv::Ptr<Bridging::IgmpSnooping::IgmpProtocolConfig>& coreConfigDir() const { return coreConfigDir_; }
+  void coreConfigDirIs(Kiv::Ptr<Bridging::IgmpSnooping::IgmpProtocolConfig> d) {
+    coreConfigDir_ = std::move(d);
+  }
+  // The L2 querier's configuration and status by VLAN, and its packet path to the switch's own stack.
+  const Kiv::Ptr<Igmp::QuerierConfigDir>& querierConfigDir() const { return querierConfigDir_; }
+  void querierConfigDirIs(Kiv::Ptr<Igmp::QuerierConfigDir> d) { querierConfigDir_ = std::move(d); }
+  const Kiv::Ptr<Igmp::QuerierStatusDir>& querierStatusDir() const { return querierStatusDir_; }
+  void querierStatusDirIs(Kiv::Ptr<Igmp::QuerierStatusDir> d) { querierStatusDir_ = std::move(d); }
+  const Kiv::Ptr<Lomax::VlanPamMultiplexer>& l2QuerierMultiplexer() const { return l2QuerierMultiplexer_; }
+  void l2QuerierMultiplexerIs(Kiv::Ptr<Lomax::VlanPamMultiplexer> m) { l2QuerierMultiplexer_ = std::move(m); }
   const Kiv::Ptr<IgmpProfile::ProfileConfig const>& profileConfig() const { return profileConfig_; }
   void profileConfigIs(Kiv::Ptr<IgmpProfile::ProfileConfig const> p) { profileConfig_ = std::move(p); }
   const Kiv::Ptr<Bez::TimerWheel const>& timerWheel() const { return timerWheel_; }
@@ -79,6 +104,10 @@ class GlueSmBase : public Kiv::StateMachine {
   Kiv::Ptr<Bridging::IgmpSnooping::Status> status_;
   Kiv::Ptr<GlueVlanMultiplexerDir> glueVlanMultiplexerDir_;
   Kiv::Ptr<IgmpProfile::ProfileConfig const> profileConfig_;
+  Kiv::Ptr<Bridging::IgmpSnooping::IgmpProtocolConfig> coreConfigDir_;
+  Kiv::Ptr<Igmp::QuerierConfigDir> querierConfigDir_;
+  Kiv::Ptr<Igmp::QuerierStatusDir> querierStatusDir_;
+  Kiv::Ptr<Lomax::VlanPamMultiplexer> l2QuerierMultiplexer_;
   Kiv::Ptr<Bez::TimerWheel const> timerWheel_;
   Kiv::Ptr<Bez::TimerWheel const> timerWheel2_;
   Kiv::Ptr<IgmpSnooping::IntfStateControls> intfStateControl_;

@@ -23,12 +23,12 @@ VirtualIntfGlueVlanMultiplexer::VirtualIntfGlueVlanMultiplexer(IntfId intf, Kiv:
 VirtualIntfGlueVlanMultiplexer::~VirtualIntfGlueVlanMultiplexer() = default;
 
 GlueVlanSm* VirtualIntfGlueVlanMultiplexer::vlanSm(VlanId vlan) const {
-  auto* sm = vlanSm_.find(vlan);
-  return sm ? sm->ptr() : nullptr;
+  auto* s = vlanSm_.find(vlan);
+  return s ? s->sm.ptr() : nullptr;
 }
 
 void VirtualIntfGlueVlanMultiplexer::vlanSmIs(const Kiv::Ptr<GlueVlanSm>& sm) {
-  vlanSm_.set(sm->vlanId(), sm);
+  vlanSm_.set(sm->vlanId(), Served{sm, nullptr});
   handleVlanIntf(sm->vlanId());
 }
 
@@ -67,14 +67,14 @@ void VirtualIntfGlueVlanMultiplexer::handleRxPkt() {
       KIV_TRACE(packetTrace, 7, " vlan " << vid << " blocked on port " << intf());
       continue;
     }
-    auto* sm = vlanSm_.find(vid);
-    if (!sm) {
+    auto* s = vlanSm_.find(vid);
+    if (!s) {
       KIV_TRACE(packetTrace, 7,
                 "Ignoring pkt for vlan " << vid << " on " << intf() << " at " << Kiv::System::currentTime());
       if (Kiv::System::currentTime() >= end) return;
       continue;
     }
-    Kiv::Ptr<GlueVlanSm> vsm = *sm;
+    Kiv::Ptr<GlueVlanSm> vsm = s->sm;
     Lomax::stripPktVlanTag(pkt);
     KIV_TRACE(packetTrace, 8, "Delivering pkt for vlan " << vid);
     vsm->doRxPkt(intf(), std::move(pkt));
@@ -117,19 +117,23 @@ void GlueVlanMultiplexer::doUpdateDefaultVlan() {
 void GlueVlanMultiplexer::handleTxPkt(VlanId vlan, Kiv::Ptr<Lomax::Pkt> pkt) {
   KIV_TRACE(glueTrace, 8, " on " << intf() << " for vlan " << vlan);
   KIV_ASSERT_TEXT(intf() != Lomax::switchIntfId(), "intf() != switchIntfId()");
-  if (!pkt || !vlanSm(vlan)) return;
+  Served* s = pkt ? served(vlan) : nullptr;
+  if (!s) return;
   if (blocked(vlan)) {
     KIV_TRACE(glueTrace, 7, " vlan " << vlan << " blocked on port " << intf());
     return;
   }
-  auto bridgeVlan =
-      manager() && manager()->bridgingConfig() ? manager()->bridgingConfig()->vlanConfig(vlan) : nullptr;
-  auto portConfig = bridgeVlan ? bridgeVlan->intf(intf()) : nullptr;
-  if (!portConfig) {
+  const Bridging::Config* bridging = manager() ? manager()->bridgingConfig().ptr() : nullptr;
+  const Kiv::Entity* bridgeVlan = s->egress ? s->egress->parent() : nullptr;
+  if (!bridging || !bridgeVlan || bridgeVlan->parent() != bridging) {
+    auto vlanConfig = bridging ? bridging->vlanConfig(vlan) : nullptr;
+    s->egress = vlanConfig ? vlanConfig->intf(intf()) : nullptr;
+  }
+  if (!s->egress) {
     KIV_TRACE(glueTrace, 7, "Skip txPkt since we couldn't find egress tag.");
     return;
   }
-  handleVerifiedTxPkt(vlan, pkt, portConfig->tagged());
+  handleVerifiedTxPkt(vlan, pkt, s->egress->tagged());
 }
 
 }  // namespace IgmpShim

@@ -39,8 +39,19 @@ class VirtualIntfGlueVlanMultiplexer : public Lomax::VlanPktMultiplexer {
   void handleVlanIntf(Bridging::VlanId vlan);
   void handleVlanIntf();
 
+ protected:
+  // A VLAN served, with what transmit last found of this port's membership of it in the bridge's
+  // configuration; an entry that has left the configuration has lost its parent and is looked up
+  // again.
+  struct Served {
+    Kiv::Ptr<GlueVlanSm> sm;
+    Kiv::Ptr<Bridging::VlanPortConfig const> egress;
+    bool operator==(const Served&) const = default;
+  };
+  Served* served(Bridging::VlanId vlan) { return vlanSm_.find(vlan); }
+
  private:
-  Kiv::HashMap2018<Bridging::VlanId, Kiv::Ptr<GlueVlanSm>> vlanSm_;
+  Kiv::HashMap2018<Bridging::VlanId, Served> vlanSm_;
   GlueVlanMultiplexerDir* manager_ = nullptr;
   uint16_t defaultVlan_ = 0;
 };

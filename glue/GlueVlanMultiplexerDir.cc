@@ -13,6 +13,9 @@ void GlueVlanMultiplexerDir::multiplexerIs(const Kiv::Ptr<VirtualIntfGlueVlanMul
   if (auto* old = multiplexer_.find(m->intf())) (*old)->managerIs(nullptr);
   m->managerIs(this);
   multiplexer_.set(m->intf(), m);
+  const uint32_t i = m->intf().internIndex();
+  if (i >= byIndex_.size()) byIndex_.resize(i + 1, nullptr);
+  byIndex_[i] = m.ptr();
 }
 
 void GlueVlanMultiplexerDir::multiplexerDel(Lomax::IntfId intf) {
@@ -20,12 +23,14 @@ void GlueVlanMultiplexerDir::multiplexerDel(Lomax::IntfId intf) {
   if (!m) return;
   Kiv::Ptr<VirtualIntfGlueVlanMultiplexer> hold = *m;
   multiplexer_.erase(intf);
+  byIndex_[intf.internIndex()] = nullptr;
   hold->managerIs(nullptr);
 }
 
 void GlueVlanMultiplexerDir::multiplexerDelAll() {
   for (auto& e : multiplexer_.iter()) (*e.value())->managerIs(nullptr);
   multiplexer_.clear();
+  byIndex_.clear();
 }
 
 }  // namespace IgmpShim

@@ -7,6 +7,8 @@
 #include "kernel/Clock.h"
 #include "kernel/HashMap.h"
 
+#include <vector>
+
 namespace IgmpShim {
 
 class GlueVlanMultiplexerDir : public Kiv::PtrInterface {
@@ -20,9 +22,10 @@ class GlueVlanMultiplexerDir : public Kiv::PtrInterface {
   const Kiv::Name& name() const { return name_; }
   const Kiv::Ptr<Bridging::Config const>& bridgingConfig() const { return bridgingConfig_; }
 
+  // By the interface's intern index: every frame sent asks.
   VirtualIntfGlueVlanMultiplexer* multiplexer(Lomax::IntfId intf) const {
-    auto* m = multiplexer_.find(intf);
-    return m ? m->ptr() : nullptr;
+    const uint32_t i = intf.internIndex();
+    return i < byIndex_.size() && intf ? byIndex_[i] : nullptr;
   }
   void multiplexerIs(const Kiv::Ptr<VirtualIntfGlueVlanMultiplexer>& m);
   void multiplexerDel(Lomax::IntfId intf);
@@ -34,6 +37,8 @@ class GlueVlanMultiplexerDir : public Kiv::PtrInterface {
   Kiv::Name name_;
   Kiv::Ptr<Bridging::Config const> bridgingConfig_;
   Kiv::HashMap2018<Lomax::IntfId, Kiv::Ptr<VirtualIntfGlueVlanMultiplexer>> multiplexer_;
+  // The same multiplexers by intern index; null where there is none.
+  std::vector<VirtualIntfGlueVlanMultiplexer*> byIndex_;
 };
 
 }  // namespace IgmpShim

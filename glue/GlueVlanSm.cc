@@ -31,6 +31,7 @@ GlueVlanSm::GlueVlanSm(Kiv::Ptr<TopoVlan const> topoVlan, Bridging::VlanIdOrNone
       igmpCounterDir_(std::move(igmpCounterDir)),
       glueSm_(glueSm),
       kivIgmpVlanConfig_(new KivIgmpVlanConfig(this)),
+      kivVlanQuerierConfig_(new KivVlanQuerierConfig(this)),
       kivCoreStatus_(new KivCoreStatus(this)),
       kivTopoVlan_(new KivTopoVlan(this)) {
   kivCoreStatus_->kivInterestIs(IgmpContextStatus::NotifieeConst::kivInterestOf<KivCoreStatus>());
@@ -73,6 +74,7 @@ void GlueVlanSm::handleInitialized() {
   }
   kivTopoVlan_->notifierIs(topoVlan_);
   initialized_ = true;
+  handleVlanQuerierConfig();
   handleStaticRouter();
   handleStaticMember();
   handleRouterInterface();
@@ -98,18 +100,30 @@ void GlueVlanSm::igmpVlanConfigIs(Kiv::Ptr<VlanConfig const> c) {
     handleMaxGroups();
     handleVlanImmediateLeave();
     handleReportFloodingEnabled();
-    handleQuerierQueryInterval();
+    handleVlanQuerierConfig();
   }
 }
 
 // After a restart's rebuild GlueSm lets each VLAN publish again.
+// handleQuerierEnabled makes or removes the querier's configuration as the VLAN wants a querier; the
+// values follow, and then the packet path.
 void GlueVlanSm::handleSmStateInitialized() {
   KIV_TRACE_FUNC(restoreTrace);
   handleChangeToSnoopingState(vlanId());
   handleVlanIntf();
+  handleQuerierEnabled();
+  handleVlanQuerierConfig();
+  handleProxyVlanConfig();
+  handleQuerierSecondaryVlan();
+  handleQuerierIpAddr();
+  handleMacAddr();
+  handleQuerierQueryInterval();
+  handleQuerierQueryResponseInterval();
+  handleQuerierLastMemberQueryInterval();
+  handleQuerierVersion();
+  handleQuerierEnabled();
   handleRobustness();
   handleRestartQueryInterval();
-  handleQuerierQueryInterval();
   handleStaticMember();
   handleConfident();
   handleState();
@@ -177,6 +191,8 @@ void GlueVlanSm::handleInitializeCore() {
   handleVlanImmediateLeave();
   coreSm_->initializedIs(true);
   glueSm_->doInitializeSecondaryVlanSms(vlan);
+  // The querier's packet path needs the core.
+  doQuerierPacketPath();
 }
 
 void GlueVlanSm::handleCleanupCore() {
@@ -192,6 +208,7 @@ void GlueVlanSm::handleCleanupCore() {
   Kiv::smZombieAll(addrIntfMap_, true);
   addrIntfMap_.clear();
   routerInterface_.clear();
+  routerPorts_.clear();
   ethernetGroup_.clear();
   igmpProtocolStatus_->contextStatusDel(vlan);
   igmpProtocolConfig_->contextConfigDel(vlan);
@@ -205,6 +222,7 @@ void GlueVlanSm::handleCleanupCore() {
   if (const auto& status = glueSm_->status()) status->vlanStatusDel(vlan);
   stateIs(snoopingStateDefault);
   handleVlanIntf();
+  doQuerierPacketPath();
 }
 
 // --- settings --------------------------------------------------------------------------------------
@@ -252,16 +270,17 @@ void GlueVlanSm::handleRestartQueryInterval() {
   }
 }
 
-// The VLAN has no robustness of its own: the global one applies.
+// The VLAN has no robustness of its own: the global one applies, to the querier and the core alike.
 void GlueVlanSm::handleRobustness() {
   if (!initialized_) return;
-  const uint32_t robustness =
-      glueSm_->config() ? glueSm_->config()->robustness() : IgmpContextStatus::defaultRobustness;
-  if (auto contextConfig = igmpProtocolConfig_->contextConfig(vlanId()))
-    contextConfig->robustnessIs(robustness);
+  const uint32_t value = robustness();
+  if (auto querier = querierConfig()) querier->robustnessIs(value);
+  if (auto contextConfig = igmpProtocolConfig_->contextConfig(vlanId())) contextConfig->robustnessIs(value);
   if (auto contextStatus = igmpProtocolStatus_->contextStatus(vlanId())) {
-    contextStatus->configuredRobustnessIs(robustness);
+    contextStatus->configuredRobustnessIs(value);
   }
+  handleQuerierStartupQueryCount();
+  handleQuerierLastMemberQueryCount();
 }
 
 void GlueVlanSm::handleQuerierQueryInterval() {
@@ -270,29 +289,28 @@ void GlueVlanSm::handleQuerierQueryInterval() {
   if (igmpVlanConfig_ && igmpVlanConfig_->vlanQuerierConfig()) {
     interval = igmpVlanConfig_->vlanQuerierConfig()->queryIntervalConfigured();
   }
-  if (interval == 0.0) {
-    const auto& config = glueSm_->config();
-    interval = config && config->globalQuerierConfig()
-                   ? config->globalQuerierConfig()->queryInterval()
-                   : Kiv::Seconds(IgmpContextStatus::defaultQueryInterval);
-  }
+  if (interval == 0.0) interval = globalQuerierConfig().queryInterval();
+  if (auto querier = querierConfig()) querier->queryIntervalIs(interval);
   if (auto contextConfig = igmpProtocolConfig_->contextConfig(vlanId()))
     contextConfig->queryIntervalIs(interval);
   if (auto contextStatus = igmpProtocolStatus_->contextStatus(vlanId())) {
     contextStatus->configuredQueryIntervalIs(static_cast<uint32_t>(interval));
   }
+  handleQuerierStartupQueryInterval();
 }
 
-// The configuration's values are written as they stand: 1 takes the global setting, 0 and 2 turn
-// report flooding off.
+// The VLAN's own choice, as its tri-state means everywhere: no choice of its own takes the global
+// setting, disabled is off, enabled is on; a value outside the three writes nothing.
 void GlueVlanSm::handleReportFloodingEnabled() {
   if (!initialized_ || !coreStatus_) return;
   bool value = coreStatus_->reportFloodingEnabled();
   const VlanState setting = igmpVlanConfig_ ? igmpVlanConfig_->reportFloodingConfig() : vlanStateDefault;
-  if (setting == vlanStateDisabled) {
+  if (setting == vlanStateDefault) {
     value = glueSm_->config() && glueSm_->config()->globalReportFloodingEnabled();
-  } else if (setting == vlanStateDefault || setting == vlanStateEnabled) {
+  } else if (setting == vlanStateDisabled) {
     value = false;
+  } else if (setting == vlanStateEnabled) {
+    value = true;
   }
   if (value == coreStatus_->reportFloodingEnabled()) return;
   coreStatus_->reportFloodingEnabledIs(value);

@@ -4,7 +4,9 @@
 // What it holds: the VLAN's flooder (always), its core with the core's configuration and status (while
 // snooping runs in the VLAN), and its own image of what it publishes: the Ethernet groups with the IP
 // groups that keep each port in them, and the router ports with the routers on each. Nothing of it
-// needs saving: it is recomputed from the core's status, which survives a restart.
+// needs saving: it is recomputed from the core's status, which survives a restart. While the VLAN wants
+// an L2 querier it also writes the querier's configuration, and gives the querier a packet path that
+// reaches the VLAN through the pseudo-interface "Switch" like a port.
 //
 // How a frame flows: a port's multiplexer hands it, tag removed, to doRxPkt, which admits it, checks
 // its Ethernet and IP headers and gives IGMP and PIM to the core; the rest is flooded or counted as the
@@ -96,8 +98,17 @@ class GlueVlanSm : public Kiv::StateMachine {
   void stateIs(IgmpSnoopingState s);
   bool initialized() const { return initialized_; }
 
-  // The counters of intf, or null; kept by intern index, so that the name is looked up once.
-  Bridging::IgmpSnooping::IgmpContextIntfCounter* intfCounter(Lomax::IntfId intf);
+  // The counters of intf, or null; kept by intern index, so that the name is looked up once. A counter
+  // taken out of the directory has lost its parent; one may have been put in its place.
+  Bridging::IgmpSnooping::IgmpContextIntfCounter* intfCounter(Lomax::IntfId intf) {
+    const uint32_t i = intf.internIndex();
+    if (i < intfCounters_.size()) [[likely]] {
+      Bridging::IgmpSnooping::IgmpContextIntfCounter* c = intfCounters_[i].ptr();
+      if (c && c->parent() == igmpCounterDir_.ptr()) [[likely]]
+        return c;
+    }
+    return intfCounterLookup(intf);
+  }
 
   // The packet path.
   void doRxPkt(Lomax::IntfId intf, Kiv::Ptr<Lomax::Pkt> pkt);
@@ -117,6 +128,24 @@ class GlueVlanSm : public Kiv::StateMachine {
   void handleRobustness();
   void handleQuerierQueryInterval();
   void handleReportFloodingEnabled();
+
+  // The L2 querier: its configuration's values, and its packet path through "Switch".
+  // The key of the VLAN's entry in GlueSm's querierConfigDir.
+  Kiv::Name querierName() const;
+  Kiv::Ptr<Igmp::QuerierConfig> querierConfig() const;
+  void handleVlanQuerierConfig();
+  void handleQuerierSecondaryVlan();
+  void handleQuerierIpAddr();
+  void handleMacAddr();
+  void handleQuerierQueryResponseInterval();
+  void handleQuerierLastMemberQueryInterval();
+  void handleQuerierLastMemberQueryCount();
+  void handleQuerierStartupQueryInterval();
+  void handleQuerierStartupQueryCount();
+  void handleQuerierVersion();
+  void handleMtu();
+  void handleQuerierEnabled();
+  void handleProxyVlanConfig();
   void handleIgmpIpGroup(Lomax::IpAddr ip);
   void handleIgmpIpGroup();
   void handleStaticIntfs(Lomax::IpAddr ip);
@@ -151,6 +180,8 @@ class GlueVlanSm : public Kiv::StateMachine {
   Kiv::Ptr<InterfaceStatus> routerInterface(Lomax::IntfId intf) const;
   size_t routerInterfaceSize() const { return routerInterface_.size(); }
   auto routerInterfaceIter() const { return routerInterface_.iter(); }
+  // The keys of routerInterface in the order they came: what each flood to the routers walks.
+  const std::vector<Lomax::IntfId>& routerPorts() const { return routerPorts_; }
   void handleRouterInterface(Lomax::IntfId intf);
   void handleRouterInterface();
   void handleConfident();
@@ -171,14 +202,23 @@ class GlueVlanSm : public Kiv::StateMachine {
 
  private:
   class KivIgmpVlanConfig;
+  class KivVlanQuerierConfig;
   class KivCoreStatus;
   class KivIgmpGroup;
   class KivStaticGroup;
   class KivTopoVlan;
   class KivGlueTopoPort;
   void ethernetGroupDel(Lomax::EthAddr eth);
+  Bridging::IgmpSnooping::IgmpContextIntfCounter* intfCounterLookup(Lomax::IntfId intf);
+  // Makes or takes down the querier's packet path as its configuration and the core say.
+  void doQuerierPacketPath();
   void rxForbiddenIs(Lomax::IntfId intf);
   Kiv::Ptr<EthernetGroup> ethernetGroupIs(Lomax::EthAddr eth);
+  // The VLAN's own querier values, or null.
+  const Bridging::IgmpSnooping::VlanQuerierConfig* vlanQuerierConfig() const;
+  // The global querier values, or their defaults.
+  const Bridging::IgmpSnooping::GlobalQuerierConfig& globalQuerierConfig() const;
+  uint32_t robustness() const;
 
   Kiv::Ptr<TopoVlan const> topoVlan_;
   Bridging::VlanIdOrNone primaryVlan_;
@@ -197,11 +237,13 @@ class GlueVlanSm : public Kiv::StateMachine {
   std::vector<uint8_t> rxForbidden_;
   Kiv::HashMap2018<Lomax::EthAddr, Kiv::Ptr<EthernetGroup>> ethernetGroup_;
   Kiv::HashMap2018<Lomax::IntfId, Kiv::Ptr<InterfaceStatus>> routerInterface_;
+  std::vector<Lomax::IntfId> routerPorts_;
   Kiv::SmMap<Lomax::IpAddr, RouterSm> addrIntfMap_;
   Kiv::HashMap2018<Lomax::IpAddr, Kiv::Ptr<KivIgmpGroup>> igmpGroup_;
   Kiv::HashMap2018<Lomax::IpAddr, Kiv::Ptr<KivStaticGroup>> staticGroup_;
   Kiv::HashMap2018<Lomax::IntfId, Kiv::Ptr<KivGlueTopoPort>> glueTopoPort_;
   Kiv::Ptr<KivIgmpVlanConfig> kivIgmpVlanConfig_;
+  Kiv::Ptr<KivVlanQuerierConfig> kivVlanQuerierConfig_;
   Kiv::Ptr<KivCoreStatus> kivCoreStatus_;
   Kiv::Ptr<KivTopoVlan> kivTopoVlan_;
   IgmpSnoopingState state_ = Bridging::IgmpSnooping::snoopingStateDefault;

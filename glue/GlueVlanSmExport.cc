@@ -288,6 +288,7 @@ void GlueVlanSm::handleRouterIntf(IntfId intf, IpAddr ip, bool add) {
       KIV_TRACE(glueTrace, 7, "Adding router intf " << intf << " to vlan " << vlanId());
       status = Kiv::make<InterfaceStatus>(intf);
       routerInterface_.set(intf, status);
+      routerPorts_.push_back(intf);
       handleRouterInterface(intf);
     }
     KIV_TRACE(glueTrace, 7, "Router " << ip << " on intf " << intf << " on vlan " << vlanId());
@@ -300,6 +301,7 @@ void GlueVlanSm::handleRouterIntf(IntfId intf, IpAddr ip, bool add) {
   (*entry)->intfAddrDel(ip);
   if ((*entry)->intfAddrSize() == 0) {
     routerInterface_.erase(intf);
+    std::erase(routerPorts_, intf);
     handleRouterInterface(intf);
     KIV_TRACE(glueTrace, 7, "Removed router intf " << intf << " from vlan " << vlanId());
   }

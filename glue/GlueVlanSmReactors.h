@@ -23,7 +23,25 @@ class GlueVlanSm::KivIgmpVlanConfig : public VlanConfig::NotifieeConst {
   void onSwitchPort(const Lomax::IntfId& intf) override { sm()->handleSwitchPort(intf); }
   void onSwitchPortkivImmediate() override { sm()->handleSwitchPort(); }
   void onReportFloodingConfig() override { sm()->handleReportFloodingEnabled(); }
-  void onVlanQuerierConfig() override { sm()->handleQuerierQueryInterval(); }
+  void onVlanQuerierConfig() override { sm()->handleVlanQuerierConfig(); }
+
+ private:
+  GlueVlanSm* sm() const { return static_cast<GlueVlanSm*>(kivOwner()); }
+};
+
+class GlueVlanSm::KivVlanQuerierConfig : public Bridging::IgmpSnooping::VlanQuerierConfig::NotifieeConst {
+ public:
+  explicit KivVlanQuerierConfig(GlueVlanSm* sm) : NotifieeConst(sm) {}
+  void onEnabledConfigured() override { sm()->handleQuerierEnabled(); }
+  void onIpAddrConfigured() override { sm()->handleQuerierIpAddr(); }
+  void onQueryIntervalConfigured() override { sm()->handleQuerierQueryInterval(); }
+  void onQueryResponseIntervalConfigured() override { sm()->handleQuerierQueryResponseInterval(); }
+  void onLastMemberQueryCountConfigured() override { sm()->handleQuerierLastMemberQueryCount(); }
+  void onLastMemberQueryIntervalConfigured() override { sm()->handleQuerierLastMemberQueryInterval(); }
+  void onStartupQueryCountConfigured() override { sm()->handleQuerierStartupQueryCount(); }
+  void onStartupQueryIntervalConfigured() override { sm()->handleQuerierStartupQueryInterval(); }
+  void onQuerierVersionConfigured() override { sm()->handleQuerierVersion(); }
+  void onMtuConfigured() override { sm()->handleMtu(); }
 
  private:
   GlueVlanSm* sm() const { return static_cast<GlueVlanSm*>(kivOwner()); }

@@ -17,12 +17,11 @@ namespace {
 constexpr uint16_t minIpFrameBytes = Lomax::ethHeaderBytes + Lomax::IpHdr::minBytes;
 }
 
-IgmpContextIntfCounter* GlueVlanSm::intfCounter(IntfId intf) {
+IgmpContextIntfCounter* GlueVlanSm::intfCounterLookup(IntfId intf) {
   const uint32_t i = intf.internIndex();
   if (i >= intfCounters_.size()) intfCounters_.resize(i + 1);
   Kiv::Ptr<IgmpContextIntfCounter>& c = intfCounters_[i];
-  // A counter taken out of the directory has lost its parent; one may have been put in its place.
-  if (!c || c->parent() != igmpCounterDir_.ptr()) c = igmpCounterDir_->intfCounter(intf.stringValue());
+  c = igmpCounterDir_->intfCounter(intf.stringValue());
   return c.ptr();
 }
 

@@ -24,11 +24,20 @@ SoftFlooder::SoftFlooder(const Kiv::Name& name, GlueVlanSm* glueVlanSm, Kiv::Ptr
 SoftFlooder::~SoftFlooder() = default;
 
 void SoftFlooder::enabledIntfIs(IntfId intf, bool on) {
+  const uint32_t i = intf.internIndex();
   if (on) {
     enabledIntf_.set(intf, true);
+    if (i >= enabledByIndex_.size()) enabledByIndex_.resize(i + 1, 0);
+    enabledByIndex_[i] = 1;
   } else {
     enabledIntf_.erase(intf);
+    if (i < enabledByIndex_.size()) enabledByIndex_[i] = 0;
   }
+}
+
+void SoftFlooder::enabledIntfDelAll() {
+  enabledIntf_.clear();
+  enabledByIndex_.clear();
 }
 
 // Hooks tell link-local multicast from the rest. A packet that the VLAN floods without a core comes as
@@ -126,8 +135,10 @@ void SoftFlooder::doFloodToRouters(const FloodReq& req, const IgmpGroup* group,
   };
   KIV_TRACE(packetTrace, 7,
             "Flooding to router interfaces (" << routerVlan->routerInterfaceSize() << " routers known)");
-  for (auto& r : routerVlan->routerInterfaceIter()) {
-    const IntfId intf = r.key();
+  // By index, and the size read each time: a hook may take a router port away while a frame is sent.
+  const std::vector<IntfId>& routers = routerVlan->routerPorts();
+  for (size_t k = 0; k < routers.size(); ++k) {
+    const IntfId intf = routers[k];
     if (intf == incoming || !enabledIntf(intf) || served(intf)) continue;
     KIV_TRACE(packetTrace, 8, "Flooding to RouterInterface " << intf);
     doTxPkt(intf, req, floodCtrlPktType);

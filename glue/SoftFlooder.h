@@ -2,8 +2,10 @@
 // names, from the VLAN's snooping state, and hands the frame to each port's multiplexer.
 #pragma once
 
+#include <vector>
 #include "core/IgmpSnoopingFlooder.h"
 #include "glue/FloodControl.h"
+
 #include "kernel/HashMap.h"
 #include "model/IgmpGroup.h"
 #include "model/Status.h"
@@ -25,10 +27,14 @@ class SoftFlooder : public Bridging::IgmpSnooping::IgmpSnoopingFlooder {
   const Kiv::Ptr<GlueVlanMultiplexerDir>& glueVlanMultiplexerDir() const { return glueVlanMultiplexerDir_; }
 
   // The ports of this VLAN on which the agent may send.
-  bool enabledIntf(Lomax::IntfId intf) const { return enabledIntf_.find(intf) != nullptr; }
+  // Asked once for each port of a flood: by intern index.
+  bool enabledIntf(Lomax::IntfId intf) const {
+    const uint32_t i = intf.internIndex();
+    return i < enabledByIndex_.size() && enabledByIndex_[i];
+  }
   void enabledIntfIs(Lomax::IntfId intf, bool on);
-  void enabledIntfDel(Lomax::IntfId intf) { enabledIntf_.erase(intf); }
-  void enabledIntfDelAll() { enabledIntf_.clear(); }
+  void enabledIntfDel(Lomax::IntfId intf) { enabledIntfIs(intf, false); }
+  void enabledIntfDelAll();
   size_t enabledIntfSize() const { return enabledIntf_.size(); }
   auto enabledIntfIter() const { return enabledIntf_.iter(); }
 
@@ -45,6 +51,8 @@ class SoftFlooder : public Bridging::IgmpSnooping::IgmpSnoopingFlooder {
   GlueVlanSm* glueVlanSm_;
   Kiv::Ptr<GlueVlanMultiplexerDir> glueVlanMultiplexerDir_;
   Kiv::HashMap2018<Lomax::IntfId, bool> enabledIntf_;
+  // The same set by intern index, for the test.
+  std::vector<uint8_t> enabledByIndex_;
 };
 
 }  // namespace IgmpShim

@@ -17,7 +17,7 @@ class IpGroup : public Kiv::KeyedEntity<Lomax::IpAddr> {
 };
 
 #define VLAN_QUERIER_CONFIG_ATTRS(X)                                                                 \
-  X(scalar, enabledConfigured, EnabledConfigured, bool, false)                                       \
+  X(scalar, enabledConfigured, EnabledConfigured, uint32_t, 0)                                       \
   X(scalar, ipAddrConfigured, IpAddrConfigured, Lomax::IpAddr, Lomax::IpAddr())                      \
   X(scalar, queryIntervalConfigured, QueryIntervalConfigured, Kiv::Seconds, 0.0)                     \
   X(scalar, queryResponseIntervalConfigured, QueryResponseIntervalConfigured, Kiv::Seconds, 0.0)     \
@@ -28,6 +28,8 @@ class IpGroup : public Kiv::KeyedEntity<Lomax::IpAddr> {
   X(scalar, querierVersionConfigured, QuerierVersionConfigured, uint32_t, 0)                         \
   X(scalar, mtuConfigured, MtuConfigured, uint32_t, 0)
 
+// A VLAN's own querier values; 0 (0.0.0.0 for the address) leaves a value to the global setting.
+// enabledConfigured: 0 follows the global setting, 1 is on, any other value off.
 class VlanQuerierConfig : public Kiv::NamedEntity {
   KIV_ENTITY_NAMED(VlanQuerierConfig, VLAN_QUERIER_CONFIG_ATTRS)
 };

@@ -36,6 +36,9 @@ IgmpSnoopingAgent::AgentMounts AgentMountTable::mount(StateDb& db) {
   // Requests come through the command socket; the directory stays in the process.
   m.cliRequestDir = Kiv::make<Kiv::Dir>("cliRequest");
   entityAtPathIs(cliRequestDir, m.cliRequestDir);
+  // The bridge and its interfaces are read from Linux by the platform, never from the database.
+  m.bridgingConfig = Kiv::make<Bridging::Config>("bridgingConfig");
+  m.ethIntfStatusDir = Kiv::make<Interface::EthIntfStatusDir>("ethIntfStatusDir");
   return m;
 }
 

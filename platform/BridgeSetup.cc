@@ -126,9 +126,11 @@ void BridgeSetup::onLinksSynced() {
   }
   if (!bridge_) return;
   std::string why;
-  if (!doBridge(why)) return doFail(why);
+  // The ports' filters go first: the querier switched on before them would put the bridge's first
+  // query on the wire.
   for (const auto& [ifindex, link] : links_.links())
     if (link.master == bridge_ && !doPort(link.name, why)) return doFail(why);
+  if (!doBridge(why)) return doFail(why);
   state_ = State::ready;
   if (handler_) handler_(state_);
 }
@@ -152,6 +154,10 @@ bool BridgeSetup::doBridge(std::string& why) {
       {IFLA_BR_MCAST_ROUTER, 0, 1},
       {IFLA_BR_MCAST_QUERY_RESPONSE_INTVL, 100, 8},
       {IFLA_BR_MCAST_HASH_MAX, hashMax_, 4},
+      // A query of the bridge's that reaches a host before the port's filter does (a port that has
+      // just joined) is a version 3 one: a version 2 query would turn the host's reports to
+      // version 2 for minutes.
+      {IFLA_BR_MCAST_IGMP_VERSION, 3, 1},
   };
   const BridgeOption querier{IFLA_BR_MCAST_QUERIER, 1, 1};
   int err = netlinkRequestAcked(nl, RTM_NEWLINK, bridgeOptionsBody(bridge_, options));

@@ -67,8 +67,14 @@ void LinuxEthDevPamManager::handleEnabled() {
   settings.ringBytes = sockRcvBuf();
   settings.maxRxPktData = maxRxPktData();
   settings.filter = filterProgram();
+  settings.txMark = txMark_;
   access_ = std::make_unique<PacketAccess>(settings, [this](auto frames) { handleRx(frames); });
   kivPamDesiredIntfDir_->notifierIs(pamDesiredIntfDir_);
+}
+
+void LinuxEthDevPamManager::txMarkIs(uint32_t mark) {
+  txMark_ = mark;
+  if (access_) access_->txMarkIs(mark);
 }
 
 void LinuxEthDevPamManager::handleIntf(Lomax::IntfId intf) {

@@ -43,6 +43,9 @@ class LinuxEthDevPamManager : public Interface::EthDevPamManager, private LinkWa
   PamCounters intfPamCounters(Lomax::IntfId intf) const override;
   // Null until enabled.
   PacketAccess* packetAccess() const { return access_.get(); }
+  // SO_MARK of every frame sent from now on (0: unmarked), so that filters can tell the agent's own.
+  void txMarkIs(uint32_t mark);
+  uint32_t txMark() const { return txMark_; }
 
   void handleIntf(Lomax::IntfId intf);
   void handleIntf();
@@ -61,6 +64,7 @@ class LinuxEthDevPamManager : public Interface::EthDevPamManager, private LinkWa
   std::unique_ptr<PacketAccess> access_;
   std::map<Lomax::IntfId, Kiv::Ptr<IntfPam>> pams_;
   std::map<int, IntfPam*> byIfindex_;
+  uint32_t txMark_ = 0;
 };
 
 }  // namespace Platform

@@ -33,7 +33,11 @@ namespace {
 
 Kiv::TraceHandle pamTrace("IgmpSnoopingPam", false);
 
-constexpr uint32_t blockBytes = 128u << 10;
+// The kernel hands a block over when it is full or when blockTimeoutMs has passed, so under a light
+// load every block holds only a few frames and the ring covers a stall of the reader of about
+// blocks x blockTimeoutMs, whatever its size in bytes. Small blocks make many: 512 of them in 8 MiB
+// ride out a second of a busy loop at any rate the ring's bytes allow.
+constexpr uint32_t blockBytes = 16u << 10;
 // A hint the kernel needs for version 3 rings; frames are packed as they come.
 constexpr uint32_t frameBytesHint = 2048;
 

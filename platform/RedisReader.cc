@@ -53,6 +53,14 @@ void RedisReader::start() {
       if (k == "gen") gen = v;
     }
     unsigned long long g = 0;
+    if (meta.empty()) {
+      // Nobody has written this tree yet: its snapshot is empty, and that is a loaded tree. A writer
+      // that comes later is found by the next poll.
+      seen_.clear();
+      recordsKeep();
+      retry_.timeMinIs(Kiv::System::currentTime() + metaPoll);
+      return;
+    }
     if (state != "ready" || !Kiv::detail::parseUnsigned(gen, g) || !g) {
       if (!meta.empty() && state == "ready")
         Kiv::log(STATEDB_BAD_DATA, layout_.path(), layout_.metaKey(), "no generation");
@@ -134,8 +142,13 @@ void RedisReader::snapshotRead(const std::string& key) {
   });
 }
 
-// Records the snapshot did not show are gone.
 void RedisReader::snapshotDone() {
+  recordsKeep();
+  follow(false);
+}
+
+// Records the snapshot did not show are gone.
+void RedisReader::recordsKeep() {
   std::vector<std::string> gone;
   layout_.forEachRecord(*root_, [&](const Kiv::Entity& record) {
     if (&record == root_.ptr()) return;
@@ -145,7 +158,6 @@ void RedisReader::snapshotDone() {
   for (const std::string& key : gone) layout_.recordDel(*root_, key);
   seen_.clear();
   loaded_ = true;
-  follow(false);
 }
 
 void RedisReader::follow(bool block) {

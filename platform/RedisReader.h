@@ -37,6 +37,8 @@ class RedisReader {
   void snapshot(uint64_t cursor);
   void snapshotRead(const std::string& key);
   void snapshotDone();
+  // Keeps the records the snapshot showed (seen_) and no other; the tree is loaded then.
+  void recordsKeep();
   void follow(bool block);
   void entries(const redisReply* r);
   void entry(uint64_t seq, const redisReply* fields);

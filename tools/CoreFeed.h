@@ -1,7 +1,6 @@
-// Frames straight into the snooping cores, one per VLAN, until the VLAN glue takes this place: rxFrame
-// is the one entry that the glue's receive path replaces. Each core keeps its state in the mounted
-// protocol status and counts into the agent's counters, as it will under the glue; nothing is
-// forwarded (the bridge forwards the frames itself) and nothing is published to the bridge.
+// Frames of a capture straight into the snooping cores, one per VLAN, for igmpsnoop-replay: a capture
+// has no bridge behind it, so there is no topology for the VLAN glue to follow. Each core keeps its
+// state in the mounted protocol status and counts into the agent's counters; nothing is forwarded.
 #pragma once
 
 #include <map>

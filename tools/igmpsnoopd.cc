@@ -1,6 +1,9 @@
 // igmpsnoopd: the snooping agent of one Linux bridge. Mounts the agent's entities from the state
-// database (or keeps them in the process), builds the agent on them, serves debug commands on a Unix
-// socket and runs the activity loop until SIGTERM, which leaves everything published standing.
+// database (or keeps them in the process), keeps the bridge's configuration and its interfaces'
+// status from rtnetlink, builds the agent on them with packet access to the bridge's ports, sets the
+// bridge up as the data plane and programs it with what the agent publishes, serves debug commands
+// on a Unix socket and runs the activity loop until SIGTERM, which leaves everything published (in
+// the database and in the bridge) standing.
 #include <signal.h>
 #include <sys/signalfd.h>
 #include <sys/stat.h>
@@ -10,19 +13,27 @@
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <map>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "agent/AgentCreator.h"
 #include "kernel/ActivityManager.h"
 #include "kernel/Exception.h"
 #include "platform/AgentMountTable.h"
+#include "platform/BridgeDataplane.h"
+#include "platform/BridgeSetup.h"
+#include "platform/BridgeTopology.h"
 #include "platform/CommandSocket.h"
 #include "platform/EpollPoller.h"
+#include "platform/LinkWatcher.h"
+#include "platform/LinuxBridgingConfig.h"
+#include "platform/LinuxEthDevPamManager.h"
+#include "platform/LinuxIntfStatus.h"
 #include "platform/MappedRingStorage.h"
 #include "platform/RedisStateDb.h"
 #include "platform/SyslogLogSink.h"
-#include "tools/BridgeIntake.h"
-#include "tools/CoreFeed.h"
 
 namespace {
 
@@ -137,26 +148,78 @@ int main(int argc, char** argv) {
 
   std::unique_ptr<Platform::StateDb> db = Platform::stateDbOpen(o.stateDb);
   const IgmpSnoopingAgent::AgentMounts mounts = Platform::AgentMountTable::mount(*db);
-  // The agent's own trees come back from the database before anything is built on them. Trees that
-  // nobody has written yet (no configuration) do not hold the start beyond this.
+  // Every tree comes back from the database before anything is built on it; a tree nobody has
+  // written yet loads empty at once. The limit only bounds a database that does not answer.
   db->waitLoaded(3);
+
+  // The bridge from rtnetlink: its ports and VLANs become the bridge's configuration, its
+  // interfaces' state the interface status; the data plane follows the same watcher.
+  Platform::LinkWatcher links;
+  Platform::LinuxBridgingConfig bridging(mounts.bridgingConfig);
+  std::unique_ptr<Platform::BridgeSetup> setup;
+  std::map<uint16_t, std::unique_ptr<Platform::BridgeDataplane>> writers;
+  // One writer per VLAN of the bridge, once the bridge is set up; a VLAN's writer goes with it and
+  // leaves its entries to the bridge, as at exit.
+  auto writersFollow = [&](const Platform::BridgeTopology::View& view) {
+    if (!setup || setup->state() != Platform::BridgeSetup::State::ready) return;
+    std::map<uint16_t, std::unique_ptr<Platform::BridgeDataplane>> kept;
+    for (const auto& vlan : view.vlans) {
+      auto it = writers.find(vlan.vid);
+      if (it != writers.end()) {
+        kept.emplace(vlan.vid, std::move(it->second));
+      } else {
+        kept.emplace(vlan.vid,
+                     std::make_unique<Platform::BridgeDataplane>(
+                         links, Platform::BridgeDataplane::Settings{o.bridge, vlan.vid, setup->hashMax()},
+                         mounts.status, mounts.protocolStatus));
+      }
+    }
+    writers = std::move(kept);
+  };
+  Platform::BridgeTopology topology(links, o.bridge, [&](const Platform::BridgeTopology::View& view) {
+    bridging.viewIs(view);
+    writersFollow(view);
+  });
+  setup = std::make_unique<Platform::BridgeSetup>(
+      links, Platform::BridgeSetup::Settings{o.bridge},
+      [&](Platform::BridgeSetup::State) { writersFollow(topology.view()); });
+
+  Kiv::Ptr<Platform::LinuxEthDevPamManager> pamManager;
+  IgmpSnoopingAgent::AgentPlatform platform;
+  platform.intfStatusManagerFactory = [&](const Kiv::Ptr<Interface::DeviceIntfStatusDir>& dir,
+                                          std::function<void()> synced) {
+    return std::make_shared<Platform::LinuxIntfStatus>(links, mounts.ethIntfStatusDir, dir,
+                                                       std::move(synced));
+  };
+  platform.ethDevPamManagerFactory = [&](const Kiv::Ptr<Interface::PamDesiredIntfDir const>& wanted,
+                                         const Kiv::Ptr<Interface::EthDevPamCollection>& pams) {
+    pamManager = Kiv::make<Platform::LinuxEthDevPamManager>(links, wanted, pams);
+    // The bridge's egress filter passes the agent's own IGMP by this mark and drops the bridge's.
+    pamManager->txMarkIs(Platform::BridgeSetup::txMark);
+    return Kiv::Ptr<Interface::EthDevPamManager>(pamManager);
+  };
+  IgmpSnoopingAgent::AgentCreator::platformIs(std::move(platform));
 
   Agent::AgentCommandRequestDirSm::factoryIs(
       [commandSocket](const Kiv::Ptr<Kiv::Dir>&) { return commandSocket; });
   Kiv::Ptr<IgmpSnoopingAgent::Root> root = IgmpSnoopingAgent::rootFactory("IgmpSnooping");
-  Kiv::Ptr<IgmpSnoopingAgent::AgentCreator> agent = root->agentIs(mounts, "igmpsnoopd");
-  Tools::CoreFeed feed(mounts, agent->timerWheel());
-  std::unique_ptr<Tools::BridgeIntake> intake;
   try {
-    intake = std::make_unique<Tools::BridgeIntake>(o.bridge, feed);
+    root->agentIs(mounts, "igmpsnoopd");
+    links.start();
   } catch (const Kiv::Exception& e) {
     die(e.what());
   }
-  agent->debugCliCallback()->pamErrorCountersIs([&intake, bridge = o.bridge] {
-    Platform::PacketAccess::Counters c = intake->packetAccess().counters();
-    return std::vector<IgmpSnoopingAgent::PamErrorCounters>{
-        {bridge, static_cast<uint32_t>(c.rxOversize + c.ringDrops), static_cast<uint32_t>(c.txErrors),
-         static_cast<uint32_t>(c.txNoRoom)}};
+  // The ports' rows, and one for the socket they share, named after the bridge: what its ring dropped
+  // belongs to no one port.
+  const Kiv::Ptr<IgmpSnoopingAgent::DebugCliCallback> debug = root->agent()->debugCliCallback();
+  debug->pamErrorCountersIs([ports = debug->source().pamErrorCounters, &pamManager, bridge = o.bridge] {
+    std::vector<IgmpSnoopingAgent::PamErrorCounters> rows = ports ? ports() : decltype(rows){};
+    if (Platform::PacketAccess* access = pamManager ? pamManager->packetAccess() : nullptr) {
+      const Platform::PacketAccess::Counters& c = access->counters();
+      rows.push_back({bridge, static_cast<uint32_t>(c.rxOversize + c.ringDrops),
+                      static_cast<uint32_t>(c.txErrors), static_cast<uint32_t>(c.txNoRoom)});
+    }
+    return rows;
   });
   std::fprintf(stderr, "igmpsnoopd: serving bridge %s, commands on %s\n", o.bridge.c_str(),
                o.commandSocket.c_str());

@@ -6,6 +6,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "glue/MemoryPam.h"
 #include "kernel/ActivityManager.h"
 #include "kernel/Exception.h"
 #include "net/IpToEthGroupMap.h"
@@ -56,6 +57,13 @@ void populate(const AgentMounts& m, Kiv::Seconds now) {
   m.counterDir->intfCounterIs("Ethernet2")->inPktIgmpV2ReportInc(7);
 }
 
+// The bridge of that VLAN: Ethernet2 an untagged member, its link up.
+void bridgeIs(const AgentMounts& m) {
+  m.bridgingConfig->switchIntfConfigIs(IntfId("Ethernet2"))->defaultVlanIs(Bridging::VlanIdOrNone(10));
+  m.bridgingConfig->vlanConfigIs(Bridging::VlanId(10))->intfIs(IntfId("Ethernet2"))->taggedIs(false);
+  m.ethIntfStatusDir->intfStatusIs(IntfId("Ethernet2"))->linkUpIs(true);
+}
+
 class AgentCreatorTest : public ::testing::Test {
  protected:
   ~AgentCreatorTest() override { Agent::AgentCommandRequestDirSm::factoryIs(nullptr); }
@@ -104,6 +112,57 @@ TEST_F(AgentCreatorTest, BuildsOnceRestoresCountersAndServesCommands) {
   EXPECT_FALSE(service->agentCommandCallback()) << "a service that outlives the agent must not reach it";
 }
 
+// The platform's services are made on the agent's own objects before the glue, which switches packet
+// access on; the topology is not complete before the interfaces were read in full.
+TEST_F(AgentCreatorTest, PlatformServicesServeTheGlueAndHoldTheTopologyUntilTheInterfacesAreRead) {
+  struct Manager : Interface::EthDevPamManager {
+    PamCounters intfPamCounters(Lomax::IntfId) const override { return {3, 2, 1}; }
+    void handleEnabled() override {}
+  };
+  std::function<void()> synced;
+  Kiv::Ptr<Interface::DeviceIntfStatusDir> devices;
+  Kiv::Ptr<Manager> manager;
+  IgmpSnoopingAgent::AgentPlatform platform;
+  platform.intfStatusManagerFactory = [&](const Kiv::Ptr<Interface::DeviceIntfStatusDir>& dir,
+                                          std::function<void()> s) {
+    devices = dir;
+    synced = std::move(s);
+    return std::make_shared<int>(0);
+  };
+  platform.ethDevPamManagerFactory = [&](const Kiv::Ptr<Interface::PamDesiredIntfDir const>&,
+                                         const Kiv::Ptr<Interface::EthDevPamCollection>&) {
+    manager = new Manager();
+    return Kiv::Ptr<Interface::EthDevPamManager>(manager);
+  };
+  IgmpSnoopingAgent::AgentCreator::platformIs(platform);
+  auto db = Platform::stateDbOpen("");
+  const AgentMounts mounts = AgentMountTable::mount(*db);
+  bridgeIs(mounts);
+  auto root = IgmpSnoopingAgent::rootFactory("IgmpSnooping");
+  auto agent = root->agentIs(mounts, "igmpsnoopd");
+  IgmpSnoopingAgent::AgentCreator::platformIs({});
+
+  EXPECT_EQ(devices, agent->deviceIntfStatusDir());
+  ASSERT_TRUE(manager);
+  EXPECT_EQ(agent->glueSm()->services().ethDevPamManager, manager);
+  EXPECT_TRUE(manager->enabled()) << "the glue switches packet access on";
+  Kiv::activityManager()->advanceBy(1);
+  EXPECT_FALSE(agent->topoLibState()->initDone()) << "interfaces not read yet";
+  EXPECT_FALSE(agent->glueSm()->vlanSm(Bridging::VlanId(10)));
+  ASSERT_TRUE(synced);
+  synced();
+  Kiv::activityManager()->advanceBy(1);
+  EXPECT_TRUE(agent->topoLibState()->initDone());
+  EXPECT_TRUE(agent->glueSm()->vlanSm(Bridging::VlanId(10)));
+
+  // The error counters are read per packet-access object through the glue's manager.
+  agent->ethDevPamCollection()->intfPamIs(IntfId("Ethernet2"), new Lomax::MemoryPam());
+  const std::string counters = run(*agent->debugCliCallback(), "ethDevPamsCounters");
+  EXPECT_NE(counters.find("Ethernet2"), std::string::npos) << counters;
+  EXPECT_NE(counters.find("3"), std::string::npos) << counters;
+  root->agentDel();
+}
+
 TEST(AgentCreatorRestartTest, ARestartedAgentShowsWhatSurvivedInRedis) {
   TestSupport::RedisServer server;
   if (!server.available()) GTEST_SKIP() << server.why();
@@ -114,8 +173,8 @@ TEST(AgentCreatorRestartTest, ARestartedAgentShowsWhatSurvivedInRedis) {
   {
     auto db = Platform::stateDbOpen(server.address());
     const AgentMounts mounts = AgentMountTable::mount(*db);
-    // Nobody wrote configuration: its read-only trees never load, and the wait ends at its limit.
-    db->waitLoaded(1);
+    ASSERT_TRUE(db->waitLoaded(10)) << "configuration nobody wrote is an empty tree, loaded";
+    bridgeIs(mounts);
     auto root = IgmpSnoopingAgent::rootFactory("IgmpSnooping");
     auto agent = root->agentIs(mounts, "igmpsnoopd");
     populate(mounts, now);
@@ -127,9 +186,13 @@ TEST(AgentCreatorRestartTest, ARestartedAgentShowsWhatSurvivedInRedis) {
   EXPECT_NE(before, "");
   auto db = Platform::stateDbOpen(server.address());
   const AgentMounts mounts = AgentMountTable::mount(*db);
-  db->waitLoaded(1);
+  ASSERT_TRUE(db->waitLoaded(10));
+  bridgeIs(mounts);
   auto agent = IgmpSnoopingAgent::rootFactory("IgmpSnooping")->agentIs(mounts, "igmpsnoopd");
   EXPECT_EQ(agent->localCounterDir()->intfCounter("Ethernet2")->inPktIgmpV2Report(), 7u);
+  // The glue takes the VLAN up on the state that survived.
+  ASSERT_TRUE(TestSupport::runUntil(
+      [&] { return agent->glueSm()->vlanSmInitialized() && agent->glueSm()->vlanSm(Bridging::VlanId(10)); }));
   // Times are whole seconds apart from the first image's: the same text unless a second ticked.
   const std::string after = run(*agent->debugCliCallback(), command);
   EXPECT_EQ(after.substr(0, 40), before.substr(0, 40));

@@ -127,7 +127,11 @@ class AgentLab(unittest.TestCase):
     def test_5_kill_9_never_withdraws_what_hosts_still_want(self):
         lab = self.lab
         want = {eth_of("239.1.1.1"): {"Ethernet1", "Ethernet2"}, eth_of("239.2.2.2"): {"Ethernet3"}}
+        pid = lab.agent_pid()
+        self.assertTrue(pid and labmod.alive(pid).startswith(tool("igmpsnoopd")),
+                        "the lab's pid file names the agent")
         lab.agent("kill")
+        self.assertFalse(labmod.alive(pid), "the agent is gone")
         restart_at = time.monotonic() + 0.5
         restarted = False
         end = time.monotonic() + QUERY_INTERVAL + 5
@@ -157,9 +161,12 @@ class KernelSnoopingDifferential(unittest.TestCase):
     """The same host traffic into the agent's lab and into a lab whose bridge snoops by itself: the
     kernel's MDB and the agent's published groups agree on every (port, group) after every step.
 
-    Allowed difference: none in this timeline. Both learn from the same reports and both end a
-    membership on the router's group-specific queries; the kernel removes a v2 leaver without a
-    querier of its own only because the router is the querier in both labs."""
+    Both learn from the same reports. Allowed difference: a version 3 host's leave (a TO_IN {}
+    record). The router (pimd) answers a version 2 leave with group-specific queries, on which both
+    end the membership, but sends none for a version 3 one; the kernel, which hears another querier,
+    waits for such a query and keeps the port until the membership interval runs out, while the
+    agent ends the membership after its own checking period. So after a version 3 leave the kernel
+    may still hold that (port, group); everything else must be equal."""
 
     @classmethod
     def setUpClass(cls):
@@ -180,7 +187,8 @@ class KernelSnoopingDifferential(unittest.TestCase):
             for g in self.groups:
                 if eth_of(g) == eth:
                     agent |= {(p, g) for p in ports}
-        return kernel == agent and (kernel, agent)
+        self.last = {"kernel": sorted(kernel), "agent": sorted(agent)}
+        return agent <= kernel and kernel - agent <= self.kernel_may_keep
 
     def test_timeline(self):
         self.groups = ["239.5.5.5", "239.6.6.6"]
@@ -196,10 +204,19 @@ class KernelSnoopingDifferential(unittest.TestCase):
         # The agent's state counts only once it is confident: wait for the router's first query.
         wait_for(lambda: self.agent.published()["flood"] is False, QUERY_INTERVAL + 10,
                  what="agent confident")
+        self.kernel_may_keep = set()
         for action, host, group in steps:
             for lab in (self.agent, self.kernel):
                 getattr(lab, action)(host, group)
-            wait_for(self.agreed, 10, what="agreement after %s %s %s" % (action, host, group))
+            entry = ("Ethernet" + host[1:], group)
+            if action == "leave" and host != "h1":  # h1 is the version 2 host
+                self.kernel_may_keep.add(entry)
+            else:
+                self.kernel_may_keep.discard(entry)
+            try:
+                wait_for(self.agreed, 10, what="agreement after %s %s %s" % (action, host, group))
+            except AssertionError as e:
+                raise AssertionError("%s: %r" % (e, self.last)) from None
 
 
 def main():

@@ -25,6 +25,15 @@ def unavailable():
     return ""
 
 
+def alive(pid):
+    """The command line of a live process (a zombie has none), or ''."""
+    try:
+        with open("/proc/%d/cmdline" % pid) as f:
+            return f.read().replace("\0", " ").strip()
+    except OSError:
+        return ""
+
+
 def wait_for(pred, timeout, step=0.1, what="condition"):
     """Polls pred until it returns something true; returns it, or raises after timeout seconds."""
     end = time.monotonic() + timeout
@@ -164,6 +173,13 @@ class Lab:
         """The bridge's multicast database as a set of (port, group)."""
         data = json.loads(self.exec("sw", "bridge", "-j", "mdb", "show") or "[]")
         return {(e["port"], e["grp"]) for d in data for e in d.get("mdb", [])}
+
+    def agent_pid(self):
+        try:
+            with open(self.dir + "/agent.pid") as f:
+                return int(f.read())
+        except (OSError, ValueError):
+            return None
 
     def agent(self, action):
         self.lab("agent", action)

@@ -9,6 +9,7 @@
 #include "glue/LocalIntfFilter.h"
 #include "net/IpHdr.h"
 #include "net/IpToEthGroupMap.h"
+#include "net/NetU16.h"
 #include "net/PktVlanTag.h"
 #include "tests/support/GlueLab.h"
 #include "tests/support/RecordingLogSink.h"
@@ -405,9 +406,16 @@ TEST_F(GlueVlanSmTest, ReportFloodingTakesRouterPortsOutAndWarnsOfRealRouters) {
   RecordingLogSink logs;
   generalQuery();
   EXPECT_TRUE(vs()->routerIntf(intfId("Ethernet3")));
+  // The VLAN's tri-state keeps its meaning: no choice of its own follows the global setting.
   lab.config->globalReportFloodingEnabledIs(true);
-  // The configuration's values as they stand: 1 takes the global setting.
+  sm()->handleReportFloodingEnabled();
+  EXPECT_TRUE(sm()->coreStatus()->reportFloodingEnabled());
   lab.vlanConfig(10)->reportFloodingConfigIs(vlanStateDisabled);
+  EXPECT_FALSE(sm()->coreStatus()->reportFloodingEnabled());
+  EXPECT_TRUE(vs()->routerIntf(intfId("Ethernet3")));
+  lab.config->globalReportFloodingEnabledIs(false);
+  sm()->handleReportFloodingEnabled();
+  lab.vlanConfig(10)->reportFloodingConfigIs(vlanStateEnabled);
   EXPECT_TRUE(sm()->coreStatus()->reportFloodingEnabled());
   EXPECT_FALSE(vs()->routerIntf(intfId("Ethernet3")));
   EXPECT_TRUE(logs.entries.empty());
@@ -426,6 +434,9 @@ TEST_F(GlueVlanSmTest, ReportFloodingTakesRouterPortsOutAndWarnsOfRealRouters) {
   lab.vlanConfig(10)->reportFloodingConfigIs(vlanStateDefault);
   EXPECT_FALSE(sm()->coreStatus()->reportFloodingEnabled());
   EXPECT_TRUE(vs()->routerIntf(intfId("Ethernet3")));
+  // A value outside the three leaves the setting as it was.
+  lab.vlanConfig(10)->reportFloodingConfigIs(static_cast<VlanState>(7));
+  EXPECT_FALSE(sm()->coreStatus()->reportFloodingEnabled());
 }
 
 TEST_F(GlueVlanSmTest, PortsFollowTheTopologyAndTheirTrafficDirection) {
@@ -479,6 +490,139 @@ TEST_F(GlueVlanSmTest, AGroupQueryReachesEachMemberAndRouterOnce) {
   EXPECT_EQ(sent("Ethernet2"), 1u);
   EXPECT_EQ(sent("Ethernet3"), 1u);
   EXPECT_EQ(sent("Ethernet4"), 0u);
+}
+
+// The switch's own querier sends its queries through its VlanPam and hears reports through it: to
+// the VLAN it is a port, "Switch", that the core learns as a querier and floods reports to.
+TEST_F(GlueVlanSmTest, TheL2QuerierTalksToTheVlanThroughTheSwitchInterface) {
+  lab.bridgingConfig->bridgeMacAddrIs(Lomax::EthAddr(0x0200, 0x0000, 0x00aa));
+  auto own = lab.vlanConfig(10)->vlanQuerierConfigIs("querier");
+  own->enabledConfiguredIs(1);
+  auto querier = lab.querierConfigDir->querierConfig("10");
+  ASSERT_TRUE(querier);
+  EXPECT_TRUE(querier->enabled());
+  EXPECT_FALSE(querier->proxyMode());
+  EXPECT_EQ(querier->macAddr(), Lomax::EthAddr(0x0200, 0x0000, 0x00aa));
+  ASSERT_TRUE(querier->pam());
+  EXPECT_EQ(querier->pam()->vlan(), Bridging::VlanId(10));
+  const auto sw = Lomax::switchIntfId();
+  EXPECT_TRUE(sm()->flooder()->enabledIntf(sw));
+  EXPECT_TRUE(sm()->coreSm()->enabledIntf(sw));
+  EXPECT_EQ(lab.switchMux->vlanSm(Bridging::VlanId(10)), sm());
+
+  // Its general query reaches the core on the next turn and goes out of every port, tagged or not as
+  // each port is configured; the VLAN becomes confident.
+  querier->pam()->txPkt(host("10.0.0.250").igmpQuery(IgmpQuery(Gmp::Igmp::igmpVersion2, 100, IpAddr())),
+                        Bridging::VlanId(10), true);
+  EXPECT_EQ(sent("Ethernet1"), 0u);
+  lab.advance(0.0);
+  EXPECT_EQ(lab.counter("Switch")->inPktIgmpV2Query(), 1u);
+  EXPECT_TRUE(sm()->coreStatus()->confident());
+  ASSERT_EQ(sent("Ethernet1"), 1u);
+  EXPECT_FALSE(lab.pam("Ethernet1").tx()[0].tagged);
+  ASSERT_EQ(sent("Ethernet2"), 1u);
+  EXPECT_TRUE(lab.pam("Ethernet2").tx()[0].tagged);
+  EXPECT_TRUE(sm()->routerInterface(sw));
+  // The pseudo-interface is no port of the bridge: it is never published as a router port.
+  EXPECT_FALSE(vs()->routerIntf(sw));
+
+  // A host's report goes to the querier, untagged as the querier reads it.
+  join("Ethernet1", "239.1.1.1");
+  EXPECT_TRUE(published("239.1.1.1", "Ethernet1"));
+  EXPECT_EQ(lab.counter("Switch")->outPktIgmpReport(), 1u);
+  lab.advance(0.0);
+  auto heard = querier->pam()->rxPkt();
+  ASSERT_TRUE(heard);
+  EXPECT_EQ(Lomax::NetU16::read(heard->data() + 12), Lomax::ethTypeIp);
+  EXPECT_EQ(heard->data()[14 + 24], 0x16);  // after an IP header with the router alert option
+  EXPECT_FALSE(querier->pam()->rxPkt());
+
+  // Switched off, the querier loses its configuration and the VLAN its pseudo-port.
+  own->enabledConfiguredIs(2);
+  EXPECT_FALSE(lab.querierConfigDir->querierConfig("10"));
+  EXPECT_FALSE(sm()->flooder()->enabledIntf(sw));
+  EXPECT_FALSE(sm()->coreSm()->enabledIntf(sw));
+  EXPECT_FALSE(lab.switchMux->vlanSm(Bridging::VlanId(10)));
+  EXPECT_EQ(lab.l2QuerierMultiplexer->vlanPamSize(), 0u);
+}
+
+TEST_F(GlueVlanSmTest, QuerierValuesAreTheVlansOwnOrTheGlobalOnes) {
+  auto global = lab.config->globalQuerierConfig();
+  global->enabledIs(true);
+  global->ipAddrIs(ipAddr("10.0.0.100"));
+  sm()->handleQuerierEnabled();
+  auto querier = lab.querierConfigDir->querierConfig("10");
+  ASSERT_TRUE(querier);
+  EXPECT_EQ(querier->ipAddr(), ipAddr("10.0.0.100"));
+  EXPECT_EQ(querier->queryInterval(), 125.0);
+  EXPECT_EQ(querier->startupQueryInterval(), 31.25);
+  auto own = lab.vlanConfig(10)->vlanQuerierConfigIs("querier");
+  own->ipAddrConfiguredIs(ipAddr("10.0.0.101"));
+  EXPECT_EQ(querier->ipAddr(), ipAddr("10.0.0.101"));
+  // A query interval of the VLAN's own also sets the startup interval, unless that is its own too.
+  own->queryIntervalConfiguredIs(100.0);
+  EXPECT_EQ(querier->queryInterval(), 100.0);
+  EXPECT_EQ(sm()->coreStatus()->configuredQueryInterval(), 100u);
+  EXPECT_EQ(querier->startupQueryInterval(), 25.0);
+  own->startupQueryIntervalConfiguredIs(10.0);
+  EXPECT_EQ(querier->startupQueryInterval(), 10.0);
+  own->querierVersionConfiguredIs(3);
+  EXPECT_EQ(querier->querierVersion(), 3u);
+  own->mtuConfiguredIs(1400);
+  EXPECT_EQ(querier->mtu(), 1400u);
+  // Counts fall back from the VLAN to the global value to the robustness.
+  global->lastMemberQueryCountIs(0);
+  global->startupQueryCountIs(0);
+  lab.config->robustnessIs(4);
+  sm()->handleRobustness();
+  EXPECT_EQ(querier->robustness(), 4u);
+  EXPECT_EQ(querier->lastMemberQueryCount(), 4u);
+  EXPECT_EQ(querier->startupQueryCount(), 4u);
+  own->lastMemberQueryCountConfiguredIs(5);
+  EXPECT_EQ(querier->lastMemberQueryCount(), 5u);
+  // The VLAN's own setting turns off a querier that the global one wants.
+  own->enabledConfiguredIs(2);
+  EXPECT_FALSE(lab.querierConfigDir->querierConfig("10"));
+  own->enabledConfiguredIs(0);
+  EXPECT_TRUE(lab.querierConfigDir->querierConfig("10"));
+}
+
+// Whether the querier or snooping came first, the querier gets its packet path with the core.
+TEST_F(GlueVlanSmTest, TheQuerierGetsItsPacketPathWithTheCoreAndServesTheProxy) {
+  lab.vlanConfig(10)->enabledIs(vlanStateDisabled);
+  auto own = lab.vlanConfig(10)->vlanQuerierConfigIs("querier");
+  own->enabledConfiguredIs(1);
+  auto querier = lab.querierConfigDir->querierConfig("10");
+  ASSERT_TRUE(querier);
+  EXPECT_TRUE(querier->enabled());
+  EXPECT_FALSE(querier->pam());
+  EXPECT_TRUE(sm()->flooder()->enabledIntf(Lomax::switchIntfId()));
+  lab.vlanConfig(10)->enabledIs(vlanStateEnabled);
+  ASSERT_TRUE(querier->pam());
+  EXPECT_TRUE(sm()->coreSm()->enabledIntf(Lomax::switchIntfId()));
+  lab.vlanConfig(10)->enabledIs(vlanStateDisabled);
+  EXPECT_FALSE(querier->pam());
+  EXPECT_EQ(lab.l2QuerierMultiplexer->vlanPamSize(), 0u);
+  lab.vlanConfig(10)->enabledIs(vlanStateEnabled);
+  // The proxy needs a querier whatever the querier's own setting says.
+  own->enabledConfiguredIs(2);
+  EXPECT_FALSE(lab.querierConfigDir->querierConfig("10"));
+  lab.glueSm->proxy = true;
+  sm()->handleQuerierEnabled();
+  sm()->handleProxyVlanConfig();
+  querier = lab.querierConfigDir->querierConfig("10");
+  ASSERT_TRUE(querier);
+  EXPECT_TRUE(querier->enabled());
+  EXPECT_TRUE(querier->proxyMode());
+  EXPECT_TRUE(lab.protocolConfig->contextConfig(Bridging::VlanId(10))->proxyEnabled());
+  EXPECT_TRUE(querier->pam());
+  // A VLAN that leaves loses its querier's configuration first; the core's removal then takes the
+  // packet path down and makes no new configuration.
+  lab.querierConfigDir->querierConfigDel("10");
+  sm()->handleCleanupCore();
+  EXPECT_FALSE(lab.querierConfigDir->querierConfig("10"));
+  EXPECT_FALSE(lab.switchMux->vlanSm(Bridging::VlanId(10)));
+  EXPECT_FALSE(sm()->flooder()->enabledIntf(Lomax::switchIntfId()));
 }
 
 TEST(GlueIntfTest, ProfilesReachTheCoreAndPeerInterfacesGetNoPacketAccess) {

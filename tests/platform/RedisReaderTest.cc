@@ -216,4 +216,27 @@ TEST_F(RedisReaderTest, StreamReaderNeverSeesAGroupGoWhileFloodIsOff) {
   EXPECT_EQ(order->bad, std::vector<std::string>{});
 }
 
+// A tree nobody has written yet is an empty snapshot: loaded at once, so the agent's start does not
+// wait on configuration that was never made; the writer that comes later is followed.
+TEST_F(RedisReaderTest, ATreeNobodyWroteIsLoadedEmptyAndALaterWriterIsFollowed) {
+  Platform::epollPollerInstall();
+  auto db = Platform::stateDbOpen(server.address());
+  auto replica = Kiv::make<Node>("node");
+  replica->leafIs(1);
+  db->mount("proc/empty", replica, ordered(false));
+  ASSERT_TRUE(db->waitLoaded(10));
+  EXPECT_EQ(replica->leafSize(), 0u) << "what the tree does not hold is gone";
+
+  auto writerDb = Platform::stateDbOpen(server.address());
+  auto root = Kiv::make<Node>("node");
+  root->leafIs(5)->weightIs(3);
+  writerDb->mount("proc/empty", root, ordered(true));
+  ASSERT_TRUE(writerDb->waitLoaded(10));
+  ASSERT_TRUE(settle(*writerDb));
+  ASSERT_TRUE(runUntil([&] { return replica->leaf(5) && replica->leaf(5)->weight() == 3; }));
+  root->leafIs(6);
+  ASSERT_TRUE(settle(*writerDb));
+  EXPECT_TRUE(runUntil([&] { return replica->leaf(6); }));
+}
+
 }  // namespace

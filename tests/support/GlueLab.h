@@ -15,6 +15,7 @@
 #include "glue/GlueSmBase.h"
 #include "glue/GlueVlanSm.h"
 #include "glue/MemoryPam.h"
+#include "glue/PamConnector.h"
 #include "kernel/ActivityManager.h"
 #include "kernel/ChangeSink.h"
 #include "kernel/TimerWheel.h"
@@ -116,7 +117,10 @@ class TestGlueSm : public IgmpShim::GlueSmBase {
     auto* t = topo.find(vlan);
     return t ? *t : nullptr;
   }
+  bool isProxyConfigured(Bridging::VlanId) const override { return proxy; }
   Kiv::HashMap2018<Bridging::VlanId, Kiv::Ptr<IgmpShim::GlueVlanSm>> vlans;
+  // The proxy in every VLAN, or in none.
+  bool proxy = false;
   Kiv::HashMap2018<Bridging::VlanId, Kiv::Ptr<Topology::Library::Vlan::TopoVlan>> topo;
 };
 
@@ -140,11 +144,18 @@ class GlueLab {
     glueSm->glueVlanMultiplexerDirIs(dir);
     glueSm->profileConfigIs(profileConfig);
     glueSm->timerWheelIs(wheel, wheel2);
+    glueSm->coreConfigDirIs(protocolConfig);
+    glueSm->querierConfigDirIs(querierConfigDir);
+    glueSm->l2QuerierMultiplexerIs(l2QuerierMultiplexer);
     glueSm->smStateRebuiltIs(true);
+    // The switch's own stack behind "Switch", joined to the L2 querier's link as the agent joins them.
+    switchMux->managerIs(dir.ptr());
+    dir->multiplexerIs(switchMux);
   }
   ~GlueLab() {
     for (auto& v : glueSm->vlans.iter()) (*v.value())->kivDoZombieReactors(true);
     for (auto& p : ports) p.second.mux->vlanSmDelAll();
+    switchMux->vlanSmDelAll();
     dir->multiplexerDelAll();
   }
 
@@ -175,6 +186,8 @@ class GlueLab {
                                           protocolConfig, protocolStatus, nullptr, counterDir, glueSm.ptr());
     glueSm->vlans.set(vlan, sm);
     sm->handleVlanIntf();
+    // A VLAN made after the agent's bring-up starts at once, as GlueSm starts it.
+    sm->handleSmStateInitialized();
     return sm;
   }
   // Adds or removes a port of a VLAN in the topology and the bridge.
@@ -254,6 +267,13 @@ class GlueLab {
   Kiv::Ptr<IgmpShim::GlueVlanMultiplexerDir> dir =
       Kiv::make<IgmpShim::GlueVlanMultiplexerDir>("glueVlanMultiplexerDir", bridgingConfig);
   Kiv::Ptr<TestGlueSm> glueSm = Kiv::make<TestGlueSm>();
+  Kiv::Ptr<Igmp::QuerierConfigDir> querierConfigDir = Kiv::make<Igmp::QuerierConfigDir>("querierConfigDir");
+  Kiv::Ptr<Lomax::PamConnector> switchIntfPamConnector = Kiv::make<Lomax::PamConnector>();
+  Kiv::Ptr<Lomax::VlanPamMultiplexer> l2QuerierMultiplexer = Kiv::make<Lomax::VlanPamMultiplexer>(
+      Lomax::IntfId(Kiv::String("l2QuerierLink")), switchIntfPamConnector->pam1());
+  Kiv::Ptr<IgmpShim::VirtualIntfGlueVlanMultiplexer> switchMux =
+      Kiv::make<IgmpShim::VirtualIntfGlueVlanMultiplexer>(Lomax::switchIntfId(),
+                                                          switchIntfPamConnector->pam0());
   std::map<std::string, Port> ports;
 };
 

@@ -57,10 +57,12 @@ class SnoopctlTest : public ::testing::Test {
     Agent::AgentCommandRequestDirSm::factoryIs([service](const Kiv::Ptr<Kiv::Dir>&) { return service; });
     db = Platform::stateDbOpen(server.address());
     mounts = Platform::AgentMountTable::mount(*db);
-    db->waitLoaded(1);
+    ASSERT_TRUE(db->waitLoaded(10));
+    bridgeIs();
     agent = IgmpSnoopingAgent::rootFactory("IgmpSnooping")->agentIs(mounts, "igmpsnoopd");
     populate();
     settle();
+    ASSERT_TRUE(TestSupport::runUntil([&] { return agent->glueSm()->vlanSmInitialized(); }));
   }
   void TearDown() override {
     Agent::AgentCommandRequestDirSm::factoryIs(nullptr);
@@ -68,7 +70,17 @@ class SnoopctlTest : public ::testing::Test {
     if (!dir.empty()) std::filesystem::remove_all(dir);
   }
 
-  // VLAN 10 as the core leaves it: a learned group, a static one, a router and a querier.
+  // The bridge: VLAN 10 of Ethernet2, Ethernet4 and Ethernet7, VLAN 20 of Ethernet2, links up.
+  void bridgeIs() {
+    for (const char* port : {"Ethernet2", "Ethernet4", "Ethernet7"}) {
+      mounts.bridgingConfig->switchIntfConfigIs(IntfId(port))->defaultVlanIs(Bridging::VlanIdOrNone(10));
+      mounts.bridgingConfig->vlanConfigIs(Bridging::VlanId(10))->intfIs(IntfId(port))->taggedIs(false);
+      mounts.ethIntfStatusDir->intfStatusIs(IntfId(port))->linkUpIs(true);
+    }
+    mounts.bridgingConfig->vlanConfigIs(Bridging::VlanId(20))->intfIs(IntfId("Ethernet2"))->taggedIs(true);
+  }
+  // VLAN 10 as the core left it before a restart: a learned group, a static one, a router and a
+  // querier; VLAN 20 with nothing.
   void populate() {
     const Kiv::Seconds now = Kiv::System::currentTime();
     auto ctx = mounts.protocolStatus->contextStatusIs(Bridging::VlanId(10));
@@ -79,7 +91,7 @@ class SnoopctlTest : public ::testing::Test {
     ctx->groupIs(ip("239.1.1.3"))->intfIs(IntfId("Ethernet4"))->staticEntryIs(true);
     auto r = ctx->routerIs(ip("10.0.0.254"));
     r->intfIs(IntfId("Ethernet7")), r->routerTypeIs(routerTypePim), r->firstHeardIs(now), r->lastHeardIs(now);
-    r->expireIs(now + 105);
+    r->lifeIs(105), r->expireIs(now + 105);
     auto q = ctx->querierIs(ip("10.0.0.254"));
     q->intfIs(IntfId("Ethernet7")), q->lastHeardIs(now), q->expireIs(now + 255);
     ctx->querierVersionIs(Gmp::Igmp::igmpVersion3);
@@ -185,6 +197,12 @@ TEST_F(SnoopctlTest, RefusedValuesSayWhatIsRightAndWriteNothing) {
 }
 
 TEST_F(SnoopctlTest, ShowsLineUpAndTheirJsonParses) {
+  // A static membership stands only while configured.
+  ASSERT_EQ(snoopctl({"set", "vlan", "10", "static-group", "239.1.1.3", "port", "Ethernet4"}).status, 0);
+  ASSERT_TRUE(TestSupport::runUntil([&] {
+    auto g = mounts.protocolStatus->contextStatus(Bridging::VlanId(10))->group(ip("239.1.1.3"));
+    return g && g->intf(IntfId("Ethernet4")) && g->intf(IntfId("Ethernet4"))->staticEntry();
+  }));
   const auto groups = snoopctl({"show", "groups"});
   ASSERT_EQ(groups.status, 0) << groups.err;
   EXPECT_EQ(groups.out,
