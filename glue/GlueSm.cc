@@ -178,7 +178,7 @@ void GlueSm::handleInitialized() {
         new EthBridgeIntfFilter(s_.deviceIntfStatusDir, s_.bridgingConfig, s_.bridgeIntfDir));
   }
   if (s_.bridgeIntfDir && s_.pamDesiredIntfDir)
-    localIntfFilter_ = Kiv::Ptr<LocalIntfFilter>(new LocalIntfFilter(s_.bridgeIntfDir, s_.pamDesiredIntfDir));
+    localIntfFilter_ = Kiv::make<LocalIntfFilter>(s_.bridgeIntfDir, s_.pamDesiredIntfDir);
   if (s_.ethDevPamManager) {
     Interface::EthDevPamManager& m = *s_.ethDevPamManager;
     m.maxRxPktDataIs(maxRxPktData);
@@ -193,7 +193,7 @@ void GlueSm::handleInitialized() {
     m.enabledIs(true);
   }
   s_.vlanInfo->glueSmIs(this);
-  intfStateControlIs(Kiv::Ptr<IgmpSnooping::IntfStateControls>(new IgmpSnooping::IntfStateControls()));
+  intfStateControlIs(Kiv::make<IgmpSnooping::IntfStateControls>());
   initialized_ = true;
   // Interfaces configured before the agent started: the constructor's call came too early for them.
   handleIntfConfig();
@@ -446,7 +446,7 @@ void GlueSm::handleIntfConfig(Lomax::IntfId intf) {
   const Kiv::Ptr<GlueIntfSm>* sm = intfSm_.find(intf);
   if (sm && (*sm)->configIntf() == config && (*sm)->coreIntf() == core) return;
   if (sm) (*sm)->kivDoZombieReactors(true);
-  intfSm_.set(intf, Kiv::Ptr<GlueIntfSm>(new GlueIntfSm(intf, config, core)));
+  intfSm_.set(intf, Kiv::make<GlueIntfSm>(intf, config, core));
 }
 
 void GlueSm::handleIntfConfig() {
@@ -514,7 +514,7 @@ void GlueSm::handleDevicePam(Lomax::IntfId intf) {
   Kiv::Ptr<GlueVlanMultiplexer> m(dynamic_cast<GlueVlanMultiplexer*>(mux));
   if (!mux) {
     KIV_TRACE(glueTrace, 5, "Adding glueVlanMultiplexer for " << intf);
-    m = Kiv::Ptr<GlueVlanMultiplexer>(new GlueVlanMultiplexer(intf, pam));
+    m = Kiv::make<GlueVlanMultiplexer>(intf, pam);
     m->copyPktBeforeTxIs(false);
     dir.multiplexerIs(m);
   }
@@ -539,7 +539,7 @@ void GlueSm::handleDevicePam() {
 }
 
 Kiv::Ptr<GlueSm> glueSmFactory(const Kiv::Name& name, const GlueSm::Services& services) {
-  return Kiv::Ptr<GlueSm>(new GlueSm(name, services));
+  return Kiv::make<GlueSm>(name, services);
 }
 
 }  // namespace IgmpShim

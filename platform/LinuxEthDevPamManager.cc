@@ -87,7 +87,7 @@ void LinuxEthDevPamManager::handleIntf(Lomax::IntfId intf) {
     it = pams_.end();
   }
   if (!link || it != pams_.end()) return;
-  Kiv::Ptr<IntfPam> pam = Kiv::Ptr<IntfPam>(new IntfPam(this, link->ifindex));
+  Kiv::Ptr<IntfPam> pam = Kiv::make<IntfPam>(this, link->ifindex);
   pams_[intf] = pam;
   byIfindex_[link->ifindex] = pam.ptr();
   access_->wantedIntfIs(link->ifindex, true);

@@ -54,7 +54,7 @@ struct GlueAgentLab {
   }
   // The packet access of a port appears, as the platform's manager would make it.
   Kiv::Ptr<Lomax::MemoryPam> pamIs(int p) {
-    Kiv::Ptr<Lomax::MemoryPam> pam = Kiv::Ptr<Lomax::MemoryPam>(new Lomax::MemoryPam());
+    Kiv::Ptr<Lomax::MemoryPam> pam = Kiv::make<Lomax::MemoryPam>();
     ethDevPamCollection->intfPamIs(port(p), pam);
     return pam;
   }
@@ -91,7 +91,7 @@ struct GlueAgentLab {
     vlanInfo = IgmpShim::igmpVlanManagerFactory("BridgingVlanConfigMgr", bridgingConfig);
     topoLibSm = Kiv::Ptr<Topology::Library::LibSm>(
         new Topology::Library::LibSm(bridgingConfig, ethIntfStatusDir, topoLib, topoVlanLib, clock));
-    glueSm = Kiv::Ptr<Sm>(new Sm("IgmpSnoopingShim", services()));
+    glueSm = Kiv::make<Sm>("IgmpSnoopingShim", services());
   }
   // The same with some services replaced; vlanInfo is the lab's own.
   void start(GlueSm::Services s) {
@@ -99,7 +99,7 @@ struct GlueAgentLab {
     topoLibSm = Kiv::Ptr<Topology::Library::LibSm>(
         new Topology::Library::LibSm(bridgingConfig, ethIntfStatusDir, topoLib, topoVlanLib, clock));
     s.vlanInfo = vlanInfo;
-    glueSm = Kiv::Ptr<GlueSm>(new GlueSm("IgmpSnoopingShim", s));
+    glueSm = Kiv::make<GlueSm>("IgmpSnoopingShim", s);
   }
   // Runs what is due now: deferred topology changes, timers.
   void turn() { Kiv::activityManager()->advanceBy(0); }
@@ -107,45 +107,37 @@ struct GlueAgentLab {
 
   Kiv::Ptr<Kiv::Clock> clock = Kiv::ActivityManagerConfig::clock();
   Kiv::Ptr<Bez::TimerWheel> timerWheel = Bez::TimerWheelIs(clock, 100, 108200, true, 1024);
-  Kiv::Ptr<Bridging::IgmpSnooping::Config> config =
-      Kiv::Ptr<Bridging::IgmpSnooping::Config>(new Bridging::IgmpSnooping::Config("config"));
+  Kiv::Ptr<Bridging::IgmpSnooping::Config> config = Kiv::make<Bridging::IgmpSnooping::Config>("config");
   Kiv::Ptr<Bridging::IgmpSnooping::SwForceConfig> swForceConfig =
       Kiv::Ptr<Bridging::IgmpSnooping::SwForceConfig>(
           new Bridging::IgmpSnooping::SwForceConfig("swForceConfig"));
   Kiv::Ptr<Bridging::IgmpSnooping::CounterConfig> counterConfig =
       Kiv::Ptr<Bridging::IgmpSnooping::CounterConfig>(
           new Bridging::IgmpSnooping::CounterConfig("counterConfig"));
-  Kiv::Ptr<Bridging::IgmpSnooping::Status> status =
-      Kiv::Ptr<Bridging::IgmpSnooping::Status>(new Bridging::IgmpSnooping::Status("status"));
+  Kiv::Ptr<Bridging::IgmpSnooping::Status> status = Kiv::make<Bridging::IgmpSnooping::Status>("status");
   Kiv::Ptr<Bridging::IgmpSnooping::IgmpProtocolConfig> coreConfigDir =
       Kiv::Ptr<Bridging::IgmpSnooping::IgmpProtocolConfig>(
           new Bridging::IgmpSnooping::IgmpProtocolConfig("protocolConfig"));
   Kiv::Ptr<Bridging::IgmpSnooping::IgmpProtocolStatus> coreStatusDir =
       Kiv::Ptr<Bridging::IgmpSnooping::IgmpProtocolStatus>(
           new Bridging::IgmpSnooping::IgmpProtocolStatus("protocolStatus"));
-  Kiv::Ptr<Bridging::Config> bridgingConfig =
-      Kiv::Ptr<Bridging::Config>(new Bridging::Config("bridgingConfig"));
+  Kiv::Ptr<Bridging::Config> bridgingConfig = Kiv::make<Bridging::Config>("bridgingConfig");
   Kiv::Ptr<Bridging::IgmpSnooping::HwConfig> hwConfig =
-      Kiv::Ptr<Bridging::IgmpSnooping::HwConfig>(new Bridging::IgmpSnooping::HwConfig("hwConfig"));
-  Kiv::Ptr<IgmpProfile::ProfileConfig> profileConfig =
-      Kiv::Ptr<IgmpProfile::ProfileConfig>(new IgmpProfile::ProfileConfig("profileConfig"));
+      Kiv::make<Bridging::IgmpSnooping::HwConfig>("hwConfig");
+  Kiv::Ptr<IgmpProfile::ProfileConfig> profileConfig = Kiv::make<IgmpProfile::ProfileConfig>("profileConfig");
   Kiv::Ptr<Interface::EthIntfStatusDir> ethIntfStatusDir =
-      Kiv::Ptr<Interface::EthIntfStatusDir>(new Interface::EthIntfStatusDir("ethIntfStatusDir"));
+      Kiv::make<Interface::EthIntfStatusDir>("ethIntfStatusDir");
   Kiv::Ptr<Interface::DeviceIntfStatusDir> deviceIntfStatusDir =
-      Kiv::Ptr<Interface::DeviceIntfStatusDir>(new Interface::DeviceIntfStatusDir("disd"));
-  Kiv::Ptr<Interface::PamDesiredIntfDir> bridgeIntfDir =
-      Kiv::Ptr<Interface::PamDesiredIntfDir>(new Interface::PamDesiredIntfDir("bid"));
-  Kiv::Ptr<Interface::PamDesiredIntfDir> pamDesiredIntfDir =
-      Kiv::Ptr<Interface::PamDesiredIntfDir>(new Interface::PamDesiredIntfDir("pdid"));
+      Kiv::make<Interface::DeviceIntfStatusDir>("disd");
+  Kiv::Ptr<Interface::PamDesiredIntfDir> bridgeIntfDir = Kiv::make<Interface::PamDesiredIntfDir>("bid");
+  Kiv::Ptr<Interface::PamDesiredIntfDir> pamDesiredIntfDir = Kiv::make<Interface::PamDesiredIntfDir>("pdid");
   Kiv::Ptr<Interface::EthDevPamCollection> ethDevPamCollection =
-      Kiv::Ptr<Interface::EthDevPamCollection>(new Interface::EthDevPamCollection("edpc"));
-  Kiv::Ptr<FakeEthDevPamManager> ethDevPamManager =
-      Kiv::Ptr<FakeEthDevPamManager>(new FakeEthDevPamManager());
+      Kiv::make<Interface::EthDevPamCollection>("edpc");
+  Kiv::Ptr<FakeEthDevPamManager> ethDevPamManager = Kiv::make<FakeEthDevPamManager>();
   Kiv::Ptr<IgmpShim::GlueVlanMultiplexerDir> glueVlanMultiplexerDir =
       Kiv::Ptr<IgmpShim::GlueVlanMultiplexerDir>(
           new IgmpShim::GlueVlanMultiplexerDir("vpmd", bridgingConfig));
-  Kiv::Ptr<Topology::Library::LibState> topoLib =
-      Kiv::Ptr<Topology::Library::LibState>(new Topology::Library::LibState("topoLibState"));
+  Kiv::Ptr<Topology::Library::LibState> topoLib = Kiv::make<Topology::Library::LibState>("topoLibState");
   Kiv::Ptr<Topology::Library::Vlan::LibVlanState> topoVlanLib =
       Kiv::Ptr<Topology::Library::Vlan::LibVlanState>(
           new Topology::Library::Vlan::LibVlanState("topoLibVlan"));

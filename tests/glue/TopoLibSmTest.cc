@@ -58,11 +58,10 @@ class TopoLibSmTest : public ::testing::Test {
   }
 
   Kiv::VirtualTime virtualTime{1000};
-  Kiv::Ptr<Bridging::Config> config = Kiv::Ptr<Bridging::Config>(new Bridging::Config("bridgingConfig"));
-  Kiv::Ptr<Interface::EthIntfStatusDir> status =
-      Kiv::Ptr<Interface::EthIntfStatusDir>(new Interface::EthIntfStatusDir("ethIntfStatusDir"));
-  Kiv::Ptr<LibState> libState = Kiv::Ptr<LibState>(new LibState("topoLibState"));
-  Kiv::Ptr<LibVlanState> vlanState = Kiv::Ptr<LibVlanState>(new LibVlanState("topoLibVlan"));
+  Kiv::Ptr<Bridging::Config> config = Kiv::make<Bridging::Config>("bridgingConfig");
+  Kiv::Ptr<Interface::EthIntfStatusDir> status = Kiv::make<Interface::EthIntfStatusDir>("ethIntfStatusDir");
+  Kiv::Ptr<LibState> libState = Kiv::make<LibState>("topoLibState");
+  Kiv::Ptr<LibVlanState> vlanState = Kiv::make<LibVlanState>("topoLibVlan");
   VlanLog log;
 };
 
@@ -74,7 +73,7 @@ TEST_F(TopoLibSmTest, VlansAndPortsFollowConfigAndStatusOnALaterTurn) {
   link("p1", true);
   link("p2", false);
   Kiv::Ptr<LibSm> sm =
-      Kiv::Ptr<LibSm>(new LibSm(config, status, libState, vlanState, Kiv::ActivityManagerConfig::clock()));
+      Kiv::make<LibSm>(config, status, libState, vlanState, Kiv::ActivityManagerConfig::clock());
   EXPECT_FALSE(libState->initDone());
   EXPECT_EQ(vlanState->topoVlanSize(), 0u);
   turn();
@@ -112,7 +111,7 @@ TEST_F(TopoLibSmTest, VlansAndPortsFollowConfigAndStatusOnALaterTurn) {
 
 TEST_F(TopoLibSmTest, InitialisationWaitsForThePlatformsSources) {
   Kiv::Ptr<LibSm> sm =
-      Kiv::Ptr<LibSm>(new LibSm(config, status, libState, vlanState, Kiv::ActivityManagerConfig::clock()));
+      Kiv::make<LibSm>(config, status, libState, vlanState, Kiv::ActivityManagerConfig::clock());
   sm->sourcesReadyIs(false);
   port(1, "p1");
   link("p1", true);
@@ -126,7 +125,7 @@ TEST_F(TopoLibSmTest, InitialisationWaitsForThePlatformsSources) {
 
 TEST_F(TopoLibSmTest, AnEmptyConfigurationStillCompletesInitialisation) {
   Kiv::Ptr<LibSm> sm =
-      Kiv::Ptr<LibSm>(new LibSm(config, status, libState, vlanState, Kiv::ActivityManagerConfig::clock()));
+      Kiv::make<LibSm>(config, status, libState, vlanState, Kiv::ActivityManagerConfig::clock());
   turn();
   EXPECT_TRUE(libState->initDone());
   EXPECT_EQ(vlanState->topoVlanSize(), 0u);

@@ -67,10 +67,8 @@ class LinuxEthDevPamManagerTest : public ::testing::Test {
 
   std::unique_ptr<TestNet::BridgeLab> lab_;
   Platform::LinkWatcher watcher_;
-  Kiv::Ptr<Interface::PamDesiredIntfDir> desired_ =
-      Kiv::Ptr<Interface::PamDesiredIntfDir>(new Interface::PamDesiredIntfDir("pdid"));
-  Kiv::Ptr<Interface::EthDevPamCollection> collection_ =
-      Kiv::Ptr<Interface::EthDevPamCollection>(new Interface::EthDevPamCollection("edpc"));
+  Kiv::Ptr<Interface::PamDesiredIntfDir> desired_ = Kiv::make<Interface::PamDesiredIntfDir>("pdid");
+  Kiv::Ptr<Interface::EthDevPamCollection> collection_ = Kiv::make<Interface::EthDevPamCollection>("edpc");
   Kiv::Ptr<Platform::LinuxEthDevPamManager> manager_;
 };
 

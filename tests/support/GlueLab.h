@@ -166,7 +166,7 @@ class GlueLab {
     sic->defaultVlanIs(Bridging::VlanIdOrNone(defaultVlan));
     Port& p = ports[name];
     p.pam = Kiv::make<Lomax::MemoryPam>();
-    p.mux = Kiv::Ptr<IgmpShim::GlueVlanMultiplexer>(new IgmpShim::GlueVlanMultiplexer(intf, p.pam));
+    p.mux = Kiv::make<IgmpShim::GlueVlanMultiplexer>(intf, p.pam);
     p.mux->switchIntfConfigIs(sic);
     dir->multiplexerIs(p.mux);
     return p;
