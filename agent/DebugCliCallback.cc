@@ -321,7 +321,7 @@ bool DebugCliCallback::printGroupIntfDetail(Listing& l, const Kiv::Ptr<IgmpIntfS
   bool printed = false;
   if (l.filter != user) {
     std::vector<Kiv::Ptr<IgmpMembership const>> memberships;
-    for (auto& m : intfStatus->membershipIter()) memberships.push_back(m.ptr());
+    for (auto& m : intfStatus->membershipIter()) memberships.emplace_back(m.ptr());
     std::sort(memberships.begin(), memberships.end(),
               [](auto& a, auto& b) { return a->reporter() < b->reporter(); });
     for (auto& m : memberships) printDetail(l, addr, intf, *m);
@@ -361,7 +361,7 @@ void DebugCliCallback::printDetail(const Listing& l, IpAddr addr, IntfId intf,
 bool DebugCliCallback::printDynamicRouters(Listing& l, IpAddr addr) const {
   const char* format = "%-4d %-15s %-15s %-11s %-11s %-8s %-3s %-1s %-s\n";
   std::vector<Kiv::Ptr<MulticastRouter const>> routers;
-  for (auto& r : l.context->routerIter()) routers.push_back(r.ptr());
+  for (auto& r : l.context->routerIter()) routers.emplace_back(r.ptr());
   std::sort(routers.begin(), routers.end(), [](auto& a, auto& b) { return a->addr() < b->addr(); });
   std::map<IntfId, bool> local;
   for (auto& r : routers) {

@@ -106,8 +106,8 @@ class Vlan {
   Vlan(uint16_t vlan, const Kiv::Ptr<Bez::TimerWheel>& wheel, const Kiv::Ptr<Bez::TimerWheel>& wheel2) {
     auto contextConfig = protocolConfig_->contextConfigIs(Bridging::VlanId(vlan));
     status = protocolStatus_->contextStatusIs(Bridging::VlanId(vlan));
-    core = new CoreSm(Kiv::make<Config>("config"), status, Kiv::make<IgmpCounterDir>("counters"),
-                      contextConfig, Kiv::make<IgmpProfile::ProfileConfig>("profiles"), wheel, wheel2);
+    core = Kiv::make<CoreSm>(Kiv::make<Config>("config"), status, Kiv::make<IgmpCounterDir>("counters"),
+                             contextConfig, Kiv::make<IgmpProfile::ProfileConfig>("profiles"), wheel, wheel2);
     core->flooderIs(flooder);
     for (uint32_t p = 0; p < portCount; ++p) {
       ports.push_back(IntfId(Kiv::format("Ethernet%u", p + 1)));

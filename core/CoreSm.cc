@@ -2,6 +2,9 @@
 // and interfaces coming and going.
 #include "core/CoreSm.h"
 
+#include <algorithm>
+#include <limits>
+
 #include "core/CorePeerSyncSm.h"
 #include "core/CoreQuerierSm.h"
 #include "core/CoreRouterSm.h"
@@ -266,7 +269,7 @@ void CoreSm::handleQuerier() {
     KIV_TRACE(coreTrace, 8, "instantiate querierSm");
     if (!querierSm_ || !querierSm_->kivSameArgs(querier, status_, timerWheel_)) {
       if (querierSm_) querierSm_->kivDoZombieReactors(true);
-      querierSm_ = new CoreQuerierSm(querier, status_, timerWheel_);
+      querierSm_ = Kiv::make<CoreQuerierSm>(querier, status_, timerWheel_);
       querierSm_->kivDoZombieReactors(kivMarkedForDeletion());
     }
     status_->querierNotPresentExpireIs(Kiv::infinity);
@@ -412,7 +415,10 @@ void CoreSm::handleMoreConfidenceClock() {
 
 void CoreSm::handleCoreSmRestoreTimer() {
   if (!initialized_) return;
-  const uint32_t robustness = status_->robustness();
+  // However large the configured robustness, the replay ends: the count is bounded by what its
+  // counter can hold.
+  const uint32_t robustness =
+      std::min<uint32_t>(status_->robustness(), std::numeric_limits<decltype(queriesSentForRestart_)>::max());
   KIV_TRACE(restoreTrace, 6,
             " Restoring state is " << coreSmStateRebuilding()
                                    << ", queries sent for restart: " << unsigned(queriesSentForRestart_)
@@ -427,11 +433,14 @@ void CoreSm::handleCoreSmRestoreTimer() {
     } else {
       KIV_TRACE(restoreTrace, 6, "Found query to send");
       Kiv::Ptr<Lomax::Pkt> pkt = Lomax::globalPktManager().newPkt();
-      pkt->stringValueIs(status_->latestQuery(), false);
-      doFlood(pkt, floodTypeVlan, querier->intf(), Lomax::emptyIntfId, pktTypeQuery, IpAddr(), true,
-              flooder_);
-      querier->expireIs(now() + status_->otherQuerierPresentInterval() +
-                        0.5 * status_->queryResponseInterval());
+      if (!pkt->stringValueIs(status_->latestQuery(), false)) {
+        KIV_TRACE(restoreTrace, 6, "Stored query is not a frame: " << status_->latestQuery());
+      } else {
+        doFlood(pkt, floodTypeVlan, querier->intf(), Lomax::emptyIntfId, pktTypeQuery, IpAddr(), true,
+                flooder_);
+        querier->expireIs(now() + status_->otherQuerierPresentInterval() +
+                          0.5 * status_->queryResponseInterval());
+      }
     }
     ++queriesSentForRestart_;
     if (queriesSentForRestart_ < robustness) {

@@ -31,7 +31,21 @@ void CoreSm::doRxPkt(IntfId intf, Kiv::Ptr<Lomax::Pkt> pkt, Kiv::Ptr<IgmpSnoopin
   KIV_TRACE_FUNC(packetTrace);
   KIV_ASSERT(pkt);
   KIV_ASSERT_TEXT(enabledIntf(intf), "enabledIntf( intf )");
-  Lomax::IpHdr ipHdr(pkt->offsetFront());
+  // Nothing of the header is read before it is known to be a whole version 4 header.
+  const std::optional<Lomax::IpHdr> checked = Lomax::IpHdr::of(pkt->offsetFront(), pkt->offsetBytes());
+  if (!checked) {
+    const Kiv::Ptr<IgmpContextIntfCounter> counter = intfCounter(intf);
+    KIV_ASSERT(counter);
+    if (pkt->offsetBytes() && pkt->offsetFront()[0] >> 4 != 4) {
+      KIV_TRACE(packetTrace, 6, "Dropping non-IPv4 packet on " << intf);
+      counter->inPktNonIpInc(1);
+    } else {
+      KIV_TRACE(packetTrace, 6, "Dropping packet with a bad IP header length on " << intf);
+      counter->inPktTooShortInc(1);
+    }
+    return;
+  }
+  const Lomax::IpHdr ipHdr = *checked;
   pkt->beginOffsetInc(static_cast<int16_t>(ipHdr.headerBytes()));
   const uint16_t payloadLen = ipHdr.payloadLen();
   if (pkt->offsetBytes() > payloadLen) {
@@ -45,8 +59,12 @@ void CoreSm::doRxPkt(IntfId intf, Kiv::Ptr<Lomax::Pkt> pkt, Kiv::Ptr<IgmpSnoopin
     case Lomax::ipProtocolPim:
       doParsePim(intf, std::move(pkt), ipHdr);
       break;
-    default:
-      Kiv::assertionFailed("false", __FILE__, __LINE__, __PRETTY_FUNCTION__);
+    default: {
+      KIV_TRACE(packetTrace, 6, "Ignoring IP protocol " << unsigned(ipHdr.protocol()) << " on " << intf);
+      const Kiv::Ptr<IgmpContextIntfCounter> counter = intfCounter(intf);
+      KIV_ASSERT(counter);
+      counter->inPktUnknownInc(1);
+    }
   }
 }
 
@@ -104,16 +122,18 @@ void CoreSm::doParseIgmp(IntfId intf, Kiv::Ptr<Lomax::Pkt> pkt, Lomax::IpHdr ipH
   // Over the IP length, not the span: a span shorter than the IP length is short of bytes and fails.
   const uint16_t payloadLen = ipHdr.payloadLen();
   if (span < payloadLen ||
-      !(Lomax::IgmpCommonHdr(pkt->offsetFront()).computedChecksum(payloadLen) == Lomax::zeroChecksum)) {
+      !(Lomax::IgmpCommonHdr::of(pkt->offsetFront(), span)->computedChecksum(payloadLen) ==
+        Lomax::zeroChecksum)) {
     KIV_TRACE(packetTrace, 6, "Dropping packet with bad IGMP checksum on " << intf);
     counter->inPktBadIgmpChecksumInc(1);
     return;
   }
-  Lomax::IgmpV12Hdr igmp(pkt->offsetFront());
+  // Only the roads that passed tooSmall read through it: it holds nothing for a message under 8 bytes.
+  const std::optional<Lomax::IgmpV12Hdr> v12 = Lomax::IgmpV12Hdr::of(pkt->offsetFront(), span);
   const IpAddr source = ipHdr.src();
   const uint8_t type = pkt->offsetFront()[0];
   auto tooSmall = [&](const char* text) {
-    if (span >= minMessageBytes) return false;
+    if (v12) return false;
     KIV_TRACE(packetTrace, 6, text << intf);
     counter->inPktTooShortInc(1);
     return true;
@@ -124,14 +144,14 @@ void CoreSm::doParseIgmp(IntfId intf, Kiv::Ptr<Lomax::Pkt> pkt, Lomax::IpHdr ipH
       KIV_TRACE(packetTrace, 9, "Processing a query");
       if (tooSmall("Dropping too-small IGMP Query on ")) return;
       Gmp::Igmp::IgmpQuery query;
-      if (igmp.maxResponseTime() == 0) {
+      if (v12->maxResponseTime() == 0) {
         KIV_TRACE(packetTrace, 9, "Processing a V1 query");
         counter->inPktIgmpV1QueryInc(1);
-        query = Gmp::Igmp::IgmpQuery(Gmp::Igmp::igmpVersion1, igmp.maxResponseTime(), igmp.group());
+        query = Gmp::Igmp::IgmpQuery(Gmp::Igmp::igmpVersion1, v12->maxResponseTime(), v12->group());
       } else if (span <= minMessageBytes) {
         KIV_TRACE(packetTrace, 9, "Processing a V2 query");
         counter->inPktIgmpV2QueryInc(1);
-        query = Gmp::Igmp::IgmpQuery(Gmp::Igmp::igmpVersion2, igmp.maxResponseTime(), igmp.group());
+        query = Gmp::Igmp::IgmpQuery(Gmp::Igmp::igmpVersion2, v12->maxResponseTime(), v12->group());
       } else {
         KIV_TRACE(packetTrace, 9, "Processing a V3 query");
         counter->inPktIgmpV3QueryInc(1);
@@ -146,10 +166,12 @@ void CoreSm::doParseIgmp(IntfId intf, Kiv::Ptr<Lomax::Pkt> pkt, Lomax::IpHdr ipH
       GroupAddressFloodTypePair pair =
           doIgmpMembershipQueryProcess(query, intf, GroupAddressFloodTypePair{IpAddr(), floodTypeVlan});
       if (!source.isZero()) {
-        doQuerierElection(intf, ipHdr, igmp, query.version());
+        doQuerierElection(intf, ipHdr, *v12, query.version());
         doMulticastRouter(source, intf, status_->otherQuerierPresentInterval(), routerTypeQuery);
       }
-      if (pair.groupAddress.isZero()) status_->latestQueryIs(pkt->stringValue());
+      // Only a general query is kept for the restart replay and the spoofer; a group-specific one that
+      // is flooded to the VLAN is not one to send as if it were general.
+      if (query.group().isZero()) status_->latestQueryIs(pkt->stringValue());
       if (isProxySuppressed(intf)) {
         KIV_TRACE(packetTrace, 6, "Not forwarding query, IGMP snooping proxy enabled " << intf);
         return;
@@ -169,9 +191,9 @@ void CoreSm::doParseIgmp(IntfId intf, Kiv::Ptr<Lomax::Pkt> pkt, Lomax::IpHdr ipH
       }
       KIV_TRACE(packetTrace, 9, "Processing a valid V1 or V2 report");
       // A version 1 or 2 join is an exclude of nothing.
-      Gmp::Igmp::IgmpGroupRecord record(Gmp::Igmp::recordTypeModeIsExclude, igmp.group());
+      Gmp::Igmp::IgmpGroupRecord record(Gmp::Igmp::recordTypeModeIsExclude, v12->group());
       if (!doIgmpMembershipReportProcess(record, intf, source, version, counter)) {
-        KIV_TRACE(packetTrace, 6, "Dropping join report from  " << source << " for group " << igmp.group());
+        KIV_TRACE(packetTrace, 6, "Dropping join report from  " << source << " for group " << v12->group());
         return;
       }
       doFloodReport("report", pkt, intf, pktTypeReport, flooder);
@@ -191,8 +213,7 @@ void CoreSm::doParseIgmp(IntfId intf, Kiv::Ptr<Lomax::Pkt> pkt, Lomax::IpHdr ipH
         }
       } lease{spareV3Report_};
       Gmp::Igmp::IgmpV3Report& report = lease.report;
-      Gmp::Igmp::doIgmpV3MembershipReportParse(pkt, report);
-      if (!report.valid()) {
+      if (!Gmp::Igmp::doIgmpV3MembershipReportParse(pkt, report)) {
         KIV_TRACE(packetTrace, 6, "Dropping an invalid V3 report");
         counter->inPktTooShortInc(1);
         return;
@@ -227,10 +248,10 @@ void CoreSm::doParseIgmp(IntfId intf, Kiv::Ptr<Lomax::Pkt> pkt, Lomax::IpHdr ipH
         KIV_TRACE(packetTrace, 6, "ignoring report from peerLink intd: " << intf);
       } else {
         KIV_TRACE(packetTrace, 9, "Processing a valid V2 leave");
-        if (contextConfig_ && contextConfig_->immediateLeave() && !igmp.group().isZero()) {
-          doIgmpGroupNoInfo(igmp.group(), intf, source);
+        if (contextConfig_ && contextConfig_->immediateLeave() && !v12->group().isZero()) {
+          doIgmpGroupNoInfo(v12->group(), intf, source);
         }
-        peerNotifyNegStateSrc(igmp.group(), intf, source, IpAddr());
+        peerNotifyNegStateSrc(v12->group(), intf, source, IpAddr());
         pktType = pktTypeLeave;
       }
       counter->inPktIgmpV2LeaveInc(1);
@@ -240,7 +261,7 @@ void CoreSm::doParseIgmp(IntfId intf, Kiv::Ptr<Lomax::Pkt> pkt, Lomax::IpHdr ipH
     case Lomax::messageTypeDvmrp: {
       if (tooSmall("Dropping too-small DVMRP packet on ")) return;
       counter->inPktDvmrpInc(1);
-      if (Lomax::DvmrpHdr(pkt->offsetFront()).code() == dvmrpProbeCode) {
+      if (Lomax::DvmrpHdr::of(pkt->offsetFront(), span)->code() == dvmrpProbeCode) {
         doMulticastRouter(source, intf, dvmrpRouterLife, routerTypeDvmrp);
       }
       break;
@@ -268,14 +289,15 @@ void CoreSm::doParsePim(IntfId intf, Kiv::Ptr<Lomax::Pkt> pkt, Lomax::IpHdr ipHd
   KIV_TRACE_FUNC(packetTrace);
   const Kiv::Ptr<IgmpContextIntfCounter> counter = intfCounter(intf);
   KIV_ASSERT(counter);
-  Lomax::PimCommonHdr pim(pkt->offsetFront());
-  if (pkt->offsetBytes() < ipHdr.payloadLen() || pkt->offsetBytes() < Lomax::PimCommonHdr::minBytes ||
-      !(pim.computedChecksum(ipHdr.payloadLen()) == Lomax::zeroChecksum)) {
+  const std::optional<Lomax::PimCommonHdr> pim =
+      Lomax::PimCommonHdr::of(pkt->offsetFront(), pkt->offsetBytes());
+  if (!pim || pkt->offsetBytes() < ipHdr.payloadLen() ||
+      !(pim->computedChecksum(ipHdr.payloadLen()) == Lomax::zeroChecksum)) {
     KIV_TRACE(packetTrace, 6, "Ignoring packet with bad PIM checksum on " << intf);
     counter->inPktBadPimChecksumInc(1);
     return;
   }
-  if (!ipHdr.src().isZero() && pkt->offsetFront()[0] == pimV2Hello) {
+  if (!ipHdr.src().isZero() && pim->messageType() == pimV2Hello) {
     doMulticastRouter(ipHdr.src(), intf, pimRouterLife, routerTypePim);
   }
   counter->inPktPimInc(1);

@@ -59,7 +59,8 @@ bool CoreSm::doIgmpMembershipReportProcess(const IgmpGroupRecord& record, IntfId
   if (!igmpGroup) {
     const uint16_t maxGroups = contextConfig_ ? contextConfig_->maxGroups() : noGroupLimit;
     const bool asksNothing = includeSemantics(type) && n == 0;
-    if (status_->groupSize() >= maxGroups && !asksNothing) {
+    // The largest count is no limit at all.
+    if (maxGroups != noGroupLimit && status_->groupSize() >= maxGroups && !asksNothing) {
       if (!status_->groupLimitExceeded())
         Kiv::log(IGMPSNOOPING_GROUP_LIMIT_EXCEEDED, maxGroups, vlanId().value());
       KIV_TRACE(coreTrace, 6,

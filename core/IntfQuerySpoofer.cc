@@ -39,14 +39,20 @@ void IntfQuerySpoofer::handleInitialized() {
 void IntfQuerySpoofer::handleQueryTimer() {
   if (!initialized_) return;
   Kiv::Ptr<Lomax::Pkt> pkt = Lomax::globalPktManager().newPkt();
-  pkt->stringValueIs(status_->latestQuery(), false);
-  pkt->beginOffsetIs(ethHeaderBytes);
-  Lomax::IpHdr ip(pkt->offsetFront());
-  ip.srcIs(Lomax::IpAddr());
-  ip.doChecksumUpdate();
-  KIV_TRACE(coreTrace, 9, "Sending initial query for " << intf_);
-  coreSm_->doFlood(pkt, floodTypeSinglePort, Lomax::emptyIntfId, intf_, pktTypeQuery, Lomax::IpAddr(), true,
-                   coreSm_->flooder());
+  std::optional<Lomax::IpHdr> ip;
+  if (pkt->stringValueIs(status_->latestQuery(), false) && pkt->len() >= ethHeaderBytes) {
+    pkt->beginOffsetIs(ethHeaderBytes);
+    ip = Lomax::IpHdr::of(pkt->offsetFront(), pkt->offsetBytes());
+  }
+  if (!ip) {
+    KIV_TRACE(coreTrace, 6, "Not sending initial query for " << intf_ << ", stored query is not an IP frame");
+  } else {
+    ip->srcIs(Lomax::IpAddr());
+    ip->doChecksumUpdate();
+    KIV_TRACE(coreTrace, 9, "Sending initial query for " << intf_);
+    coreSm_->doFlood(pkt, floodTypeSinglePort, Lomax::emptyIntfId, intf_, pktTypeQuery, Lomax::IpAddr(), true,
+                     coreSm_->flooder());
+  }
   ++queriesSent_;
   const uint32_t entries = config_ ? static_cast<uint32_t>(config_->initialQueryTimeSize()) : 0;
   if (queriesSent_ >= entries) {

@@ -1,18 +1,21 @@
-// Fuzzes the core's whole receive path: arbitrary bytes as the payload of an IGMP or PIM packet, into a
-// core that holds groups, a querier and routers, on the virtual clock. Nothing may crash, and every
-// packet must leave its mark on the interface's counters.
+// Fuzzes the core's whole receive path: arbitrary bytes as the IP packet (any version, header length and
+// total length) into a core that holds groups, a querier and routers, on the virtual clock. Nothing may
+// crash, and every packet must leave its mark on the interface's counters.
 //
-// Input: a sequence of packets, each [flags][source: 4][total-length delta][length][payload...]:
-// flags bit 0 chooses PIM, bits 1-2 the port, bits 3-7 the seconds to advance before the packet.
+// Input: a sequence of packets, each [flags][length: 2][IP packet: length bytes]. Flags bit 0 asks for the
+// IGMP or PIM checksum to be made right over the length the IP header gives, when the header holds one;
+// bits 1-2 choose the port, bits 3-7 the seconds to advance before the packet.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <optional>
 #include <vector>
 
 #include "core/CoreSm.h"
 #include "kernel/ActivityManager.h"
 #include "model/IgmpProtocolConfig.h"
 #include "net/IpHdr.h"
+#include "net/MessageHdr.h"
 
 namespace {
 
@@ -57,28 +60,24 @@ struct World {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   World world;
   size_t at = 0;
-  while (size - at >= 7) {
+  while (size - at >= 3) {
     const uint8_t flags = data[at];
-    const uint8_t lenDelta = data[at + 5];
-    const size_t len = std::min<size_t>(data[at + 6], size - at - 7);
-    const uint8_t* payload = data + at + 7;
+    const size_t len = std::min<size_t>(size_t{data[at + 1]} << 8 | data[at + 2], size - at - 3);
+    const uint8_t* packet = data + at + 3;
     Lomax::IntfId port = world.ports[(flags >> 1) & 3];
     Kiv::activityManager()->advanceBy(flags >> 3);
 
-    // Ethernet header, then a sound IP header whose total length the input may bend by a little.
-    std::vector<uint8_t> frame(14 + 20 + len);
+    std::vector<uint8_t> frame(14 + len);
     frame[12] = 0x08;
-    uint8_t* ip = frame.data() + 14;
-    ip[0] = 0x45;
-    const int total = int(20 + len) + int(int8_t(lenDelta)) / 8;
-    const uint16_t totalLen = static_cast<uint16_t>(std::max(20, total));
-    ip[2] = static_cast<uint8_t>(totalLen >> 8), ip[3] = static_cast<uint8_t>(totalLen);
-    ip[8] = 1;
-    ip[9] = (flags & 1) ? Lomax::ipProtocolPim : Lomax::ipProtocolIgmp;
-    std::copy(data + at + 1, data + at + 5, ip + 12);
-    ip[16] = 224, ip[19] = 1;
-    std::copy(payload, payload + len, ip + 20);
-    Lomax::IpHdr(ip).doChecksumUpdate();
+    std::copy(packet, packet + len, frame.data() + 14);
+    if (flags & 1) {
+      const std::optional<Lomax::IpHdr> ip = Lomax::IpHdr::of(frame.data() + 14, static_cast<uint32_t>(len));
+      const uint32_t message = ip ? ip->payloadLen() : 0;
+      if (ip && ip->headerBytes() + message <= len) {
+        if (auto m = Lomax::MessageHdr::of(frame.data() + 14 + ip->headerBytes(), message))
+          m->doChecksumUpdate(message);
+      }
+    }
 
     Kiv::Ptr<Lomax::Pkt> pkt = Lomax::globalPktManager().newPkt(frame);
     pkt->beginOffsetIs(14);
@@ -86,7 +85,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const uint64_t before = counterSum(*counter);
     world.core->doRxPkt(port, pkt, world.flooder);
     if (counterSum(*counter) <= before) std::abort();
-    at += 7 + len;
+    at += 3 + len;
   }
   // Let every timer the packets set run out.
   Kiv::activityManager()->advanceBy(100000.0);

@@ -35,7 +35,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   d[ipAt] = 0x45;
   d[ipAt + 8] = 1;
   d[ipAt + 9] = Lomax::ipProtocolIgmp;
-  Lomax::IpHdr ip(d + ipAt);
+  Lomax::IpHdr ip = *Lomax::IpHdr::of(d + ipAt, pkt->len() - ipAt);
   ip.totalLenIs(static_cast<uint16_t>(ipBytes + igmpLen));
   ip.doChecksumUpdate();
   std::memcpy(d + ipAt + ipBytes, data + 1, igmpLen);
@@ -60,9 +60,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (std::vector<uint8_t>(pkt->data(), pkt->data() + pkt->len()) != before) std::abort();
     return 0;
   }
-  ip = Lomax::IpHdr(pkt->data() + ipAt);
+  ip = *Lomax::IpHdr::of(pkt->data() + ipAt, pkt->len() - ipAt);
   if (ip.computedChecksum() != Lomax::zeroChecksum || ip.payloadLen() != pkt->offsetBytes()) std::abort();
-  if (Lomax::IgmpCommonHdr(pkt->offsetFront()).computedChecksum(pkt->offsetBytes()) != Lomax::zeroChecksum)
+  if (Lomax::IgmpCommonHdr::of(pkt->offsetFront(), pkt->offsetBytes())
+          ->computedChecksum(pkt->offsetBytes()) != Lomax::zeroChecksum)
     std::abort();
   Gmp::Igmp::IgmpV3Report after = Gmp::Igmp::doIgmpV3MembershipReportParse(pkt);
   if (!after.valid() || after.records().size() != kept.size()) std::abort();

@@ -24,7 +24,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   Lomax::FrameBuilder builder(Lomax::EthAddr(0x0200, 0, 1), Lomax::IpAddr(10, 0, 0, 1));
   Kiv::Ptr<Lomax::Pkt> built = builder.igmpV3Report(report.records());
-  Lomax::IpHdr ip(built->data() + Lomax::ethHeaderBytes);
+  Lomax::IpHdr ip =
+      *Lomax::IpHdr::of(built->data() + Lomax::ethHeaderBytes, built->len() - Lomax::ethHeaderBytes);
   built->beginOffsetIs(static_cast<int16_t>(Lomax::ethHeaderBytes + ip.headerBytes()));
   built->endOffsetIs(static_cast<uint16_t>(built->len() - built->beginOffset() - ip.payloadLen()));
   Gmp::Igmp::IgmpV3Report again = Gmp::Igmp::doIgmpV3MembershipReportParse(built);

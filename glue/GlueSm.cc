@@ -174,11 +174,11 @@ void GlueSm::handleInitialized() {
   if (initialized_) return;
   KIV_TRACE_FUNC(glueTrace);
   if (s_.deviceIntfStatusDir && s_.bridgeIntfDir) {
-    ethBridgeIntfFilter_ =
-        new EthBridgeIntfFilter(s_.deviceIntfStatusDir, s_.bridgingConfig, s_.bridgeIntfDir);
+    ethBridgeIntfFilter_ = Kiv::Ptr<EthBridgeIntfFilter>(
+        new EthBridgeIntfFilter(s_.deviceIntfStatusDir, s_.bridgingConfig, s_.bridgeIntfDir));
   }
   if (s_.bridgeIntfDir && s_.pamDesiredIntfDir)
-    localIntfFilter_ = new LocalIntfFilter(s_.bridgeIntfDir, s_.pamDesiredIntfDir);
+    localIntfFilter_ = Kiv::make<LocalIntfFilter>(s_.bridgeIntfDir, s_.pamDesiredIntfDir);
   if (s_.ethDevPamManager) {
     Interface::EthDevPamManager& m = *s_.ethDevPamManager;
     m.maxRxPktDataIs(maxRxPktData);
@@ -193,7 +193,7 @@ void GlueSm::handleInitialized() {
     m.enabledIs(true);
   }
   s_.vlanInfo->glueSmIs(this);
-  intfStateControlIs(new IgmpSnooping::IntfStateControls());
+  intfStateControlIs(Kiv::make<IgmpSnooping::IntfStateControls>());
   initialized_ = true;
   // Interfaces configured before the agent started: the constructor's call came too early for them.
   handleIntfConfig();
@@ -324,7 +324,7 @@ void GlueSm::doCreateGlueVlanSm(VlanId vlan) {
 }
 
 void GlueSm::doDeleteGlueVlanSm(VlanId vlan) {
-  Kiv::Ptr<GlueVlanSm> sm = vlanSm(vlan);
+  Kiv::Ptr<GlueVlanSm> sm(vlanSm(vlan));
   if (!sm) return;
   sm->handleCleanupCore();
   KIV_TRACE(glueTrace, 5, "Deleting vlan " << vlan << " GlueVlanSm.");
@@ -446,7 +446,7 @@ void GlueSm::handleIntfConfig(Lomax::IntfId intf) {
   const Kiv::Ptr<GlueIntfSm>* sm = intfSm_.find(intf);
   if (sm && (*sm)->configIntf() == config && (*sm)->coreIntf() == core) return;
   if (sm) (*sm)->kivDoZombieReactors(true);
-  intfSm_.set(intf, new GlueIntfSm(intf, config, core));
+  intfSm_.set(intf, Kiv::make<GlueIntfSm>(intf, config, core));
 }
 
 void GlueSm::handleIntfConfig() {
@@ -511,10 +511,10 @@ void GlueSm::handleDevicePam(Lomax::IntfId intf) {
     });
     return;
   }
-  Kiv::Ptr<GlueVlanMultiplexer> m = dynamic_cast<GlueVlanMultiplexer*>(mux);
+  Kiv::Ptr<GlueVlanMultiplexer> m(dynamic_cast<GlueVlanMultiplexer*>(mux));
   if (!mux) {
     KIV_TRACE(glueTrace, 5, "Adding glueVlanMultiplexer for " << intf);
-    m = new GlueVlanMultiplexer(intf, pam);
+    m = Kiv::make<GlueVlanMultiplexer>(intf, pam);
     m->copyPktBeforeTxIs(false);
     dir.multiplexerIs(m);
   }
@@ -539,7 +539,7 @@ void GlueSm::handleDevicePam() {
 }
 
 Kiv::Ptr<GlueSm> glueSmFactory(const Kiv::Name& name, const GlueSm::Services& services) {
-  return new GlueSm(name, services);
+  return Kiv::make<GlueSm>(name, services);
 }
 
 }  // namespace IgmpShim

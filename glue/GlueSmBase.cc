@@ -34,7 +34,7 @@ void GlueSmBase::handleVlanIntf(Bridging::VlanId vlan, Lomax::IntfId intf) {
       glueVlanMultiplexerDir_ ? glueVlanMultiplexerDir_->multiplexer(intf) : nullptr;
   if (!active && mux) mux->vlanSmDel(vlan);
   sm->handleAddOrRemoveIntf(intf, active);
-  if (active && mux) mux->vlanSmIs(sm);
+  if (active && mux) mux->vlanSmIs(Kiv::Ptr<GlueVlanSm>(sm));
 }
 
 bool GlueSmBase::isL2QuerierConfigured(Bridging::VlanId vlan) const {

@@ -65,8 +65,8 @@ void GlueVlanSm::handleInitialized() {
   KIV_TRACE(glueTrace, 8, " vlan " << vlanId());
   if (initialized_) return;
   if (!flooder_) {
-    flooder_ =
-        new SoftFlooder(Kiv::Name(std::to_string(vlanId().value())), this, glueSm_->glueVlanMultiplexerDir());
+    flooder_ = Kiv::make<SoftFlooder>(Kiv::Name(std::to_string(vlanId().value())), this,
+                                      glueSm_->glueVlanMultiplexerDir());
   }
   kivIgmpVlanConfig_->notifierIs(igmpVlanConfig_);
   if (topoVlan_) {
@@ -173,8 +173,8 @@ void GlueVlanSm::handleInitializeCore() {
     igmpVlanStatus_ = vlanStatus;
   }
   KIV_TRACE(glueTrace, 6, "Initializing vlan " << vlan << " CoreSm.");
-  coreSm_ = new CoreSm(glueSm_->config(), contextStatus, igmpCounterDir_, contextConfig,
-                       glueSm_->profileConfig(), glueSm_->timerWheel(), glueSm_->timerWheel2());
+  coreSm_ = Kiv::make<CoreSm>(glueSm_->config(), contextStatus, igmpCounterDir_, contextConfig,
+                              glueSm_->profileConfig(), glueSm_->timerWheel(), glueSm_->timerWheel2());
   coreSm_->flooderIs(flooder_);
   coreSm_->intfStateControlIs(glueSm_->intfStateControl());
   coreStatus_ = contextStatus;

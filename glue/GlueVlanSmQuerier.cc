@@ -211,7 +211,7 @@ void GlueVlanSm::doQuerierPacketPath() {
   KIV_TRACE(glueTrace, 7, "l2 querier enabled for vlan " << vlan);
   Kiv::Ptr<Lomax::VlanPam> pam;
   if (coreSm_ && l2Mux) {
-    pam = l2Mux->vlanPam(vlan);
+    pam = Kiv::Ptr<Lomax::VlanPam>(l2Mux->vlanPam(vlan));
     if (!pam) {
       pam = Kiv::make<Lomax::VlanPam>(querierName(), vlan);
       l2Mux->vlanPamIs(pam);

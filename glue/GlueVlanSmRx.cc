@@ -71,22 +71,24 @@ void GlueVlanSm::doRxPkt(IntfId intf, Kiv::Ptr<Lomax::Pkt> pkt) {
     return;
   }
   pkt->beginOffsetInc(Lomax::ethHeaderBytes);
-  const Lomax::IpHdr ip(pkt->offsetFront());
-  // A header length that the frame cannot hold, or that is no IPv4 header, is never summed.
-  if (ip.headerBytes() > pkt->offsetBytes()) {
-    KIV_TRACE(packetTrace, 7,
-              "Dropping IP packet with too few bytes (have " << pkt->offsetBytes() << " want "
-                                                             << ip.headerBytes() << ")");
+  // A header that the frame cannot hold is short; one that is no IPv4 header is never summed. Nothing
+  // of it is read before the view says it is there.
+  const uint32_t have = pkt->offsetBytes();
+  const std::optional<Lomax::IpHdr> view = Lomax::IpHdr::of(pkt->offsetFront(), have);
+  if (!view && (have < Lomax::IpHdr::minBytes || (pkt->offsetFront()[0] & 0xfu) * 4u > have)) {
+    KIV_TRACE(packetTrace, 7, "Dropping IP packet with too few bytes (have " << have << ")");
     counter->inPktTooShortInc();
     KIV_TRACE(packetTrace, 8, " return ");
     return;
   }
-  if (ip.headerBytes() < Lomax::IpHdr::minBytes || ip.computedChecksum() != Lomax::zeroChecksum) {
+  if (!view || view->computedChecksum() != Lomax::zeroChecksum) {
     KIV_TRACE(packetTrace, 7, "Dropping IP packet with bad header checksum");
     counter->inPktBadIpChecksumInc();
     KIV_TRACE(packetTrace, 8, " return ");
     return;
   }
+  const Lomax::IpHdr& ip = *view;
+
   if (pkt->offsetBytes() < ip.totalLen()) {
     KIV_TRACE(packetTrace, 7,
               "Dropping IP packet with too few bytes (have " << pkt->offsetBytes() << " want "

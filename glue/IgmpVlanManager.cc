@@ -66,7 +66,7 @@ void IgmpVlanManager::handleVlanSystemConfig() {
 
 Kiv::Ptr<IgmpVlanManager> igmpVlanManagerFactory(const Kiv::Name& name,
                                                  Kiv::Ptr<Bridging::Config const> bridgingConfig) {
-  return new IgmpVlanManager(name, std::move(bridgingConfig));
+  return Kiv::make<IgmpVlanManager>(name, std::move(bridgingConfig));
 }
 
 }  // namespace IgmpShim

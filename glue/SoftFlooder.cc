@@ -56,7 +56,10 @@ FloodControl::PktType SoftFlooder::floodControlPktType(const FloodReq& req) cons
   const Lomax::Pkt& pkt = *req.orig();
   if (pkt.len() < Lomax::ethHeaderBytes + Lomax::IpHdr::minBytes) return FloodControl::floodCtrlOther;
   if (Lomax::NetU16::read(pkt.data() + 12) != Lomax::ethTypeIp) return FloodControl::floodCtrlOther;
-  const Lomax::IpHdr ip(pkt.data() + Lomax::ethHeaderBytes);
+  const std::optional<Lomax::IpHdr> view =
+      Lomax::IpHdr::of(pkt.data() + Lomax::ethHeaderBytes, pkt.len() - Lomax::ethHeaderBytes);
+  if (!view) return FloodControl::floodCtrlOther;
+  const Lomax::IpHdr& ip = *view;
   if (ip.protocol() == Lomax::ipProtocolIgmp || ip.protocol() == Lomax::ipProtocolPim ||
       !ip.dst().isReservedMulticast()) {
     return FloodControl::floodCtrlOther;

@@ -149,7 +149,7 @@ void LibSm::handleTopo() {
   if (!intfs.empty()) {
     for (auto& v : libVlanState_->topoVlanIter()) {
       if (vlans.contains(v.key())) continue;
-      Kiv::Ptr<Vlan::TopoVlan> topoVlan = v.ptr();
+      Kiv::Ptr<Vlan::TopoVlan> topoVlan(v.ptr());
       for (auto intf : intfs) doUpdatePort(topoVlan, intf);
     }
   }

@@ -104,6 +104,8 @@ void ActivityManager::runOnce() {
     if (!clock_->isVirtual() && deferred_.empty())
       timeout = std::max(0.0, clock_->nextTime() - clock_->now());
     const std::vector<Poller::Ready>& ready = poller_->wait(timeout);
+    // Before any handler sets a time: a step of the clock during the wait is known first.
+    clock_->noteNow();
     stampIs();
     dispatch(ready);
   }

@@ -7,6 +7,7 @@
 namespace Kiv {
 
 void Clock::NotifieeConst::timeMinIs(Seconds t) {
+  if (!isOrderedTime(t)) throwRangeException(secondsRangeText);
   if (isNever(t)) t = infinity;
   if (t == timeMin_) return;
   disarm();
@@ -45,7 +46,21 @@ Seconds Clock::systemNow() {
   return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
+void Clock::stepBackBy(Seconds d) {
+  stepBackTotal_ += d;
+  // Rebuilt in the map's order, so that equal times keep their order.
+  std::multimap<Seconds, NotifieeConst*> moved;
+  for (auto& [t, n] : pending_) {
+    n->timeMin_ = t - d;
+    n->entry_ = moved.emplace_hint(moved.end(), n->timeMin_, n);
+  }
+  pending_.swap(moved);
+  const std::vector<StepObserver*> observers = stepObservers_;
+  for (StepObserver* o : observers) o->onClockStepBack(d);
+}
+
 void Clock::doFireDue() {
+  noteNow();
   KeepAlive self(this);
   const uint64_t fence = armCount_;
   const Seconds t = now();
@@ -70,7 +85,7 @@ void Clock::fire(NotifieeConst* n) {
   n->timeMin_ = infinity;
   if (n->kivIsZombie()) return;
   KeepAlive hold(n->kivOwner());
-  n->onTime();
+  NotifieeBase::kivCall(n, [n] { n->onTime(); });
 }
 
 }  // namespace Kiv

@@ -4,7 +4,9 @@
 
 #include <cstdint>
 #include <map>
+#include <vector>
 
+#include "kernel/Exception.h"
 #include "kernel/Notifiee.h"
 #include "kernel/Ptr.h"
 #include "kernel/Value.h"
@@ -57,15 +59,48 @@ class Clock : public PtrInterface {
   // Seconds since the epoch: the system clock, or the virtual time that tests and replay set by hand.
   [[gnu::always_inline]] Seconds now() const { return virtual_ ? virtualNow_ : systemNow(); }
   bool isVirtual() const { return virtual_; }
+  // Setting a virtual time earlier than the current one is a step back of the clock (see stepBack).
   void virtualTimeIs(Seconds t) {
+    if (!isOrderedTime(t)) throwRangeException(secondsRangeText);
     const bool was = virtual_;
+    const Seconds before = virtualNow_;
     virtual_ = true, virtualNow_ = t;
-    if (!was) detail::stampAtUpdate();
+    lastNow_ = t;
+    if (!was) {
+      detail::stampAtUpdate();
+    } else if (t < before) {
+      stepBackBy(before - t);
+    }
   }
   void systemTimeIs() {
     virtual_ = false;
+    lastNow_ = systemNow();
     detail::stampAtUpdate();
   }
+
+  // Steps of the system clock. A step forward cannot be told from time passing, and is taken as
+  // such: wake-ups it overtakes fire at once. A step back, seen when now() is earlier than at the
+  // previous look, moves every pending wake-up back by the step, so that each keeps the time it had
+  // left; timers kept elsewhere on this clock (the timer wheel) follow through StepObserver.
+  // noteNow looks; the loop calls it at the start of each turn and before firing.
+  void noteNow() {
+    const Seconds t = now();
+    if (t < lastNow_) stepBackBy(lastNow_ - t);
+    lastNow_ = t;
+  }
+  // The sum of every step back seen so far.
+  Seconds stepBackTotal() const { return stepBackTotal_; }
+
+  // Told of each step back once the clock's own wake-ups have moved: keepers of their own timers.
+  class StepObserver {
+   public:
+    virtual void onClockStepBack(Seconds by) = 0;
+
+   protected:
+    ~StepObserver() = default;
+  };
+  void stepObserverAdd(StepObserver* o) { stepObservers_.push_back(o); }
+  void stepObserverDel(StepObserver* o) { std::erase(stepObservers_, o); }
   // Where a virtual time is kept: it follows every change of it.
   const Seconds* virtualNowAt() const { return &virtualNow_; }
 
@@ -80,7 +115,11 @@ class Clock : public PtrInterface {
 
  private:
   void fire(NotifieeConst* n);
+  void stepBackBy(Seconds d);
   std::multimap<Seconds, NotifieeConst*> pending_;
+  Seconds lastNow_ = -std::numeric_limits<double>::max();
+  Seconds stepBackTotal_ = 0;
+  std::vector<StepObserver*> stepObservers_;
   uint64_t armCount_ = 0;
   Seconds virtualNow_ = 0;
   bool virtual_ = false;

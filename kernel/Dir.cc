@@ -14,8 +14,8 @@ const TypeInfo& Dir::typeInfo() const {
   return info;
 }
 
-Ptr<Entity> Dir::entityRefPath(std::string_view path) const {
-  Ptr<Entity> at(const_cast<Dir*>(this));
+Ptr<Entity> Dir::entityRefPath(std::string_view path) {
+  Ptr<Entity> at(this);
   while (!path.empty() && at) {
     size_t slash = path.find('/');
     std::string_view step = path.substr(0, slash);

@@ -12,17 +12,22 @@ class Dir : public NamedEntity {
   ~Dir() override;
   const TypeInfo& typeInfo() const override;
 
-  Ptr<Entity> entityRef(const Name& n) const {
+  // Through a read-only directory, entries are read-only too.
+  Ptr<Entity> entityRef(const Name& n) {
     const Ptr<Entity>* e = entries_.find(n);
     return e ? *e : nullptr;
   }
+  Ptr<Entity const> entityRef(const Name& n) const { return const_cast<Dir*>(this)->entityRef(n); }
   // Follows a path of entry names separated by '/'; null if any step is missing.
-  Ptr<Entity> entityRefPath(std::string_view path) const;
+  Ptr<Entity> entityRefPath(std::string_view path);
+  Ptr<Entity const> entityRefPath(std::string_view path) const {
+    return const_cast<Dir*>(this)->entityRefPath(path);
+  }
   // The entry n of type T, made if absent; an entry of another type under that name is an error.
   template <class T>
   Ptr<T> entryIs(const Name& n) {
     if (Ptr<Entity> e = entityRef(n)) {
-      if (auto t = dynamic_cast<T*>(e.ptr())) return t;
+      if (auto t = dynamic_cast<T*>(e.ptr())) return Ptr<T>(t);
       throwNameInUseException("entry " + n.stdString() + " of " + name().stdString() +
                               " exists with another type");
     }

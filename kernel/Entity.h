@@ -154,7 +154,11 @@ class EntityNotifiee : public EntityNotifieeBase {
     if (n == notifier_) return;
     notifier_ = n;
     listIs(n ? &n->kivNotifiees() : nullptr);
-    if (n && !kivIsZombie()) kivSweep();
+    if (n && !kivIsZombie()) {
+      // As safe as a delivery: the owner is held, and what a stub throws goes to the hook.
+      KeepAlive hold(kivOwner());
+      NotifieeBase::kivCall(this, [this] { kivSweep(); });
+    }
   }
   void isRegisteredNotifieeIs(bool on) { registeredIs(on); }
 

@@ -11,6 +11,11 @@
 //
 // Collections notify onFoo(key) per element and onFookivImmediate() when changed as a whole; they
 // give fooSize() and fooIter() (hash collections also fooIterAt(key), the bookmark start).
+//
+// Writing a child that exists: fooIs(args...) with the child's own arguments returns it; with other
+// arguments it replaces the child (the old one leaves the tree, its reactors see onFoo()). A collection
+// of child state machines differs: asking it for a key that holds a machine made with other arguments
+// throws the name-in-use exception.
 // Then, inside the class:  KIV_ENTITY_KEYED(Type, KeyType, keyName, ATTRS)  or  KIV_ENTITY_NAMED(Type,
 // ATTRS).
 #pragma once
@@ -79,11 +84,13 @@
 #define KIV_API_ordered(n, N, K, V, def) \
   KIV_API_valuemap(n, N, K, V, def) auto n##IterFrom(const K& k) const { return n##_.lowerBound(k); }
 #define KIV_API_entities(n, N, K, T)                                                              \
-  ::Kiv::Ptr<T> n(const K& k) { return static_cast<T*>(n##_.find(k)); }                           \
-  ::Kiv::Ptr<T const> n(const K& k) const { return static_cast<T const*>(n##_.find(k)); }         \
+  ::Kiv::Ptr<T> n(const K& k) { return ::Kiv::Ptr<T>(static_cast<T*>(n##_.find(k))); }            \
+  ::Kiv::Ptr<T const> n(const K& k) const {                                                       \
+    return ::Kiv::Ptr<T const>(static_cast<T const*>(n##_.find(k)));                              \
+  }                                                                                               \
   /* Finding an existing child is the common case: it stays small enough to inline. */            \
   ::Kiv::Ptr<T> n##Is(const K& k) {                                                               \
-    if (auto* e = n##_.find(k)) return static_cast<T*>(e);                                        \
+    if (auto* e = n##_.find(k)) return ::Kiv::Ptr<T>(static_cast<T*>(e));                         \
     return kivChildNew_##n(k);                                                                    \
   }                                                                                               \
                                                                                                   \

@@ -87,10 +87,10 @@ class HashMap {
     V* ptr() const { return hold_.ptr(); }
     V* operator->() const { return hold_.ptr(); }
     const Iterator& operator*() const { return *this; }
-    Ptr<V> currNodeNonStale() const { return Base::currNodeNonStale(); }
+    Ptr<V> currNodeNonStale() const { return Ptr<V>(Base::currNodeNonStale()); }
     Iterator& operator++() {
       Base::advance();
-      hold_ = this->node_;
+      hold_ = Ptr<V>(this->node_);
       return *this;
     }
     bool operator!=(detail::IterEnd) const { return this->node_ != nullptr; }

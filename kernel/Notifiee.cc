@@ -1,7 +1,37 @@
 // Notifiee list maintenance; a removal fixes up every visit in progress on the same list.
 #include "kernel/Notifiee.h"
 
+#include <cxxabi.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <typeinfo>
+
+#include "kernel/Exception.h"
+#include "kernel/Trace.h"
+
 namespace Kiv {
+
+void NotifieeBase::notificationExceptionUnhandled(const NotifieeBase& n, std::exception_ptr e) {
+  std::string what = "an exception of unknown type";
+  try {
+    std::rethrow_exception(e);
+  } catch (const std::exception& x) {
+    what = std::string(x.what());
+  } catch (...) {
+  }
+  const char* mangled = typeid(n).name();
+  int status = 0;
+  std::unique_ptr<char, decltype(&std::free)> demangled(
+      abi::__cxa_demangle(mangled, nullptr, nullptr, &status), &std::free);
+  const std::string site = status == 0 && demangled ? demangled.get() : mangled;
+  KIV_RING(0, "Unhandled exception in notification handler " << site << ": " << what);
+  std::fprintf(stderr, "Unhandled exception in notification handler %s: %s\n", site.c_str(), what.c_str());
+  std::fflush(stderr);
+  std::abort();
+}
 
 constinit thread_local NotifieeList::Visit* NotifieeList::activeVisits_ = nullptr;
 

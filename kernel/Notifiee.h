@@ -5,27 +5,36 @@
 // (ListedNotifiee); timer reactors keep their own links, so the base carries no list fields.
 #pragma once
 
+#include <exception>
+
 #include "kernel/Ptr.h"
 
 namespace Kiv {
 
 class ListedNotifiee;
 
-// Holds an object across a call that may drop its last other reference. An object still under
-// construction (no reference yet) is left alone, or the hold would destroy it.
+// Holds an object across a call that may drop its last other reference. An object with no reference
+// yet (one still in its constructor, or one not on the heap) is held all the same, and let go without
+// being destroyed: a Ptr made and dropped on it inside the call must not delete it either.
 class KeepAlive {
  public:
-  explicit KeepAlive(const PtrInterface* p) : p_(p && p->references() ? p : nullptr) {
+  explicit KeepAlive(const PtrInterface* p) : p_(p), unowned_(p && !p->references()) {
     if (p_) p_->newRef();
   }
   ~KeepAlive() {
-    if (p_) p_->deleteRef();
+    if (!p_) return;
+    if (unowned_) {
+      p_->kivDropHold();
+    } else {
+      p_->deleteRef();
+    }
   }
   KeepAlive(const KeepAlive&) = delete;
   KeepAlive& operator=(const KeepAlive&) = delete;
 
  private:
   const PtrInterface* p_;
+  bool unowned_;
 };
 
 // Intrusive doubly linked list of notifiees. Visiting survives handlers that add or remove members
@@ -81,6 +90,23 @@ class NotifieeBase : public PtrInterface {
   PtrInterface* kivOwner() const { return owner_; }
   bool kivIsZombie() const { return owner_->kivMarkedForDeletion(); }
   bool isRegisteredNotifiee() const { return registered_; }
+
+  // Called with what one of this notifiee's handlers threw, in place of the unwinding that would end
+  // every nested setter at std::terminate; the notification goes on to the next notifiee when it
+  // returns. Unless overridden: notificationExceptionUnhandled.
+  virtual void onNotificationException(std::exception_ptr e) { notificationExceptionUnhandled(*this, e); }
+  // Prints the exception and the handler's site (the notifiee's type) to stderr and the ring, then
+  // aborts: an exception no handler expected is a broken invariant.
+  [[noreturn]] static void notificationExceptionUnhandled(const NotifieeBase& n, std::exception_ptr e);
+  // Runs one handler of n, giving what it throws to n's onNotificationException.
+  template <class Fn>
+  static void kivCall(NotifieeBase* n, Fn&& fn) {
+    try {
+      fn();
+    } catch (...) {
+      n->onNotificationException(std::current_exception());
+    }
+  }
 
  protected:
   void registeredIs(bool on) { registered_ = on; }
@@ -142,12 +168,41 @@ void NotifieeList::visit(Wants&& wants, Fn&& fn) {
     Visit* v;
     ~Pop() { activeVisits_ = v->outer; }
   } pop{&v};
-  while (v.list && v.next) {
-    ListedNotifiee* n = v.next;
-    v.next = n->next_;
-    if (!wants(n) || n->kivIsZombie()) continue;
-    KeepAlive hold(n->kivOwner());
-    fn(n);
+  // The hold on the owner is taken by hand, outside the try, so that it still stands when what a
+  // handler threw reaches the handler's hook; one try around the loop keeps the loop as it was.
+  struct Held {
+    const PtrInterface* p = nullptr;
+    bool unowned = false;
+    void take(const PtrInterface* o) {
+      p = o, unowned = !o->references();
+      o->newRef();
+    }
+    void drop() {
+      const PtrInterface* o = p;
+      p = nullptr;
+      unowned ? o->kivDropHold() : o->deleteRef();
+    }
+  } held;
+  ListedNotifiee* current = nullptr;
+  for (;;) {
+    try {
+      while (v.list && v.next) {
+        ListedNotifiee* n = v.next;
+        v.next = n->next_;
+        if (!wants(n) || n->kivIsZombie()) continue;
+        current = n;
+        held.take(n->kivOwner());
+        fn(n);
+        held.drop();
+      }
+      return;
+    } catch (...) {
+      struct Drop {
+        Held& h;
+        ~Drop() { h.drop(); }
+      } drop{held};
+      current->onNotificationException(std::current_exception());
+    }
   }
 }
 

@@ -48,6 +48,16 @@ class PtrInterface {
       const_cast<PtrInterface*>(this)->handleZeroRef();
   }
 
+  // Drops a reference taken on an object that had none, without destroying it if none is left (see
+  // KeepAlive).
+  void kivDropHold() const {
+    if (enableThreadSafePointers) {
+      std::atomic_ref<uint32_t>(word_).fetch_sub(1, std::memory_order_acq_rel);
+    } else {
+      --word_;
+    }
+  }
+
  protected:
   // Last chance to act before the object is destroyed by its last reference going.
   virtual void onZeroReferences() {}
@@ -73,7 +83,7 @@ class Ptr {
  public:
   Ptr() noexcept : p_(nullptr) {}
   Ptr(std::nullptr_t) noexcept : p_(nullptr) {}
-  Ptr(T* p) noexcept : p_(p) {
+  explicit Ptr(T* p) noexcept : p_(p) {
     if (p_) p_->newRef();
   }
   Ptr(const Ptr& o) noexcept : p_(o.p_) {

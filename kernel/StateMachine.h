@@ -61,7 +61,7 @@ template <class Sm, class K, class... A>
 Ptr<Sm> smIs(SmMap<K, Sm>& map, const StateMachine& parent, const K& key, const A&... args) {
   if (Sm* s = map.find(key)) {
     s->kivCheckParams(args...);
-    return s;
+    return Ptr<Sm>(s);
   }
   Ptr<Sm> s(new Sm(key, args...));
   s->kivDoZombieReactors(parent.kivMarkedForDeletion());

@@ -24,6 +24,7 @@
 
 #include "kernel/TimerWheel.h"
 
+#include <algorithm>
 #include <bit>
 #include <chrono>
 #include <cmath>
@@ -62,7 +63,10 @@ TimerWheel::TimerWheel(Kiv::Ptr<Kiv::Clock> clock, uint32_t tickMsecs, uint32_t 
     ++levels;
   for (unsigned l = 0; l <= levels; ++l) levels_.push_back(std::make_unique<Level>());
   reactor_.notifierIs(clock_);
+  clock_->stepObserverAdd(&reactor_);
 }
+
+TimerWheel::~TimerWheel() { clock_->stepObserverDel(&reactor_); }
 
 Kiv::Ptr<TimerWheel> TimerWheelIs(Kiv::Ptr<Kiv::Clock> clock, uint32_t tickMsecs, uint32_t initialMaxTicks,
                                   bool, uint32_t) {
@@ -98,6 +102,7 @@ uint64_t TimerWheel::tickDueBy(Kiv::Seconds t) const {
 }
 
 void TimerWheel::NotifieeConst::timeMinIs(Kiv::Seconds t) {
+  if (!Kiv::isOrderedTime(t)) Kiv::throwRangeException(Kiv::secondsRangeText);
   if (Kiv::isNever(t)) t = Kiv::infinity;
   if (t == timeMin_) return;
   if (bucket_ && wheel_->pushedInPlace(this, t)) return;
@@ -249,6 +254,29 @@ Kiv::Seconds TimerWheel::nextWakeTime() const {
   return Kiv::infinity;
 }
 
+void TimerWheel::rebase(Kiv::Seconds stepBack) {
+  std::vector<NotifieeConst*> timers;
+  auto take = [&](Bucket& b) {
+    for (NotifieeConst* n = b.head; n; n = n->wheelNext_) timers.push_back(n);
+    b.head = b.tail = nullptr;
+    if (b.occupancy) *b.occupancy &= ~b.bit;
+  };
+  take(due_);
+  for (auto& level : levels_) {
+    for (Bucket& b : level->slots) take(b);
+  }
+  // Filed again in the order they were set, so that timers due in one tick keep their order.
+  std::sort(timers.begin(), timers.end(),
+            [](NotifieeConst* a, NotifieeConst* b) { return a->seq_ < b->seq_; });
+  current_ = tickDueBy(tickTime(current_) - stepBack);
+  for (NotifieeConst* n : timers) {
+    n->timeMin_ -= stepBack;
+    n->tick_ = tickAtOrAfter(n->timeMin_);
+    place(n);
+  }
+  if (!inTurn_) reactor_.timeMinIs(nextWakeTime());
+}
+
 void TimerWheel::handleTime() {
   const uint64_t now = tickDueBy(clock_->now());
   if (now > current_) advanceTo(now);
@@ -262,8 +290,8 @@ void TimerWheel::handleTime() {
     n->timeMin_ = Kiv::infinity;
     if (!n->kivIsZombie()) {
       Kiv::KeepAlive hold(n->kivOwner());
-      // n may be gone after this call.
-      n->onTime();
+      // n may be gone after this call; what it throws goes to its own hook before it is.
+      Kiv::NotifieeBase::kivCall(n, [n] { n->onTime(); });
     }
     if (processTimeLimit_ > 0 &&
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() >=

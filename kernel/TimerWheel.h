@@ -52,6 +52,7 @@ class TimerWheel : public Kiv::PtrInterface {
   };
 
   TimerWheel(Kiv::Ptr<Kiv::Clock> clock, uint32_t tickMsecs, uint32_t initialMaxTicks);
+  ~TimerWheel() override;
   TimerWheel(const TimerWheel&) = delete;
   TimerWheel& operator=(const TimerWheel&) = delete;
 
@@ -78,16 +79,19 @@ class TimerWheel : public Kiv::PtrInterface {
     uint64_t occupied = 0;
     std::array<Bucket, slotCount> slots;
   };
-  class ClockReactor : public Kiv::Clock::NotifieeConst {
+  class ClockReactor : public Kiv::Clock::NotifieeConst, public Kiv::Clock::StepObserver {
    public:
     explicit ClockReactor(TimerWheel* wheel) : Kiv::Clock::NotifieeConst(wheel), wheel_(wheel) {}
     void onTime() override { wheel_->handleTime(); }
+    void onClockStepBack(Kiv::Seconds by) override { wheel_->rebase(by); }
 
    private:
     TimerWheel* wheel_;
   };
 
   void doArm(NotifieeConst* n);
+  // Follows a step back of the clock: every timer keeps the time it had left (see Clock::noteNow).
+  void rebase(Kiv::Seconds stepBack);
   // Pushes an armed timer to a time whose tick is not before the one it is filed under, in place;
   // false if it must be moved now.
   bool pushedInPlace(NotifieeConst* n, Kiv::Seconds t);

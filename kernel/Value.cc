@@ -19,11 +19,15 @@ bool parseUnsigned(std::string_view s, unsigned long long& out) {
   return r.ec == std::errc() && r.ptr == s.data() + s.size();
 }
 
-// from_chars: no copy and no locale, which a restart that reads back a million times needs.
+// from_chars: no copy and no locale, which a restart that reads back a million times needs. Every double
+// of the model is a time or a span of one, so NaN and negative infinity, which order nothing, are refused.
 bool parseDouble(std::string_view s, double& out) {
   if (s == "inf") return out = std::numeric_limits<double>::infinity(), true;
-  const auto r = std::from_chars(s.data(), s.data() + s.size(), out);
-  return !s.empty() && r.ec == std::errc() && r.ptr == s.data() + s.size();
+  double v;
+  const auto r = std::from_chars(s.data(), s.data() + s.size(), v);
+  if (s.empty() || r.ec != std::errc() || r.ptr != s.data() + s.size() || !isOrderedTime(v)) return false;
+  out = v;
+  return true;
 }
 
 // The shortest text that reads back as the same double: replicated times stay short and exact.

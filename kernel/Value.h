@@ -18,6 +18,13 @@ namespace Kiv {
 using Seconds = double;
 inline constexpr Seconds infinity = std::numeric_limits<double>::infinity();
 inline constexpr bool isNever(Seconds t) { return t > std::numeric_limits<double>::max(); }
+// NaN compares false with everything and negative infinity comes before every time: neither can be
+// ordered among wake-ups, so neither is a time.
+inline constexpr bool isOrderedTime(Seconds t) {
+  return t == t && t >= std::numeric_limits<double>::lowest();
+}
+// The range text of a time that is not one.
+inline constexpr const char* secondsRangeText = "Seconds::value NaN or -inf not allowed";
 
 inline uint64_t mixHash(uint64_t x) {
   x ^= x >> 33;
@@ -54,7 +61,7 @@ bool getRaw(std::string_view& in, T& v) {
 }
 bool parseInteger(std::string_view s, long long& out);
 bool parseUnsigned(std::string_view s, unsigned long long& out);
-bool parseDouble(std::string_view s, double& out);
+[[nodiscard]] bool parseDouble(std::string_view s, double& out);
 std::string doubleText(double v);
 }  // namespace detail
 

@@ -20,7 +20,7 @@ class EthAddr {
                    static_cast<uint16_t>(p[4] << 8 | p[5]));
   }
   // Parses "01:00:5e:00:01:01"; false, and the value untouched, for anything else.
-  static bool parse(std::string_view text, EthAddr& out);
+  [[nodiscard]] static bool parse(std::string_view text, EthAddr& out);
 
   constexpr uint16_t word(int index) const { return w_[index]; }
   constexpr void wordIs(int index, uint16_t word) { w_[index] = word; }

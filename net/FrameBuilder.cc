@@ -48,8 +48,14 @@ class FrameBuilder::Frame {
 
   // A control message's checksum sits where its header says; a UDP datagram goes without one.
   Kiv::Ptr<Pkt> finish(bool messageChecksum = true) {
-    if (messageChecksum) MessageHdr(payload()).doChecksumUpdate(payloadLen_);
-    IpHdr(pkt_->data() + ethHeaderBytes).doChecksumUpdate();
+    std::optional<IpHdr> ip = IpHdr::of(pkt_->data() + ethHeaderBytes, pkt_->len() - ethHeaderBytes);
+    KIV_ASSERT(ip);
+    if (messageChecksum) {
+      std::optional<MessageHdr> message = MessageHdr::of(payload(), payloadLen_);
+      KIV_ASSERT(message);
+      message->doChecksumUpdate(payloadLen_);
+    }
+    ip->doChecksumUpdate();
     if (!builder_.vlan_.isNone()) insertPktVlanTag(pkt_, Bridging::VlanId(builder_.vlan_.value()));
     return pkt_;
   }

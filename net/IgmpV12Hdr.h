@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "net/IgmpCommonHdr.h"
 #include "net/IpAddr.h"
@@ -12,7 +13,11 @@ class IgmpV12Hdr {
  public:
   static constexpr uint16_t minBytes = 8;
 
-  explicit IgmpV12Hdr(uint8_t* p) : p_(p) {}
+  // A view exists only over bytes that hold it: none when fewer than minBytes are there.
+  static std::optional<IgmpV12Hdr> of(uint8_t* p, uint32_t bytes) {
+    if (bytes < minBytes) return std::nullopt;
+    return IgmpV12Hdr(p);
+  }
   uint8_t* bytes() const { return p_; }
 
   MessageType type() const { return static_cast<MessageType>(p_[0]); }
@@ -22,6 +27,7 @@ class IgmpV12Hdr {
   IpAddr group() const { return IpAddr::fromBytes(p_ + 4); }
 
  private:
+  explicit IgmpV12Hdr(uint8_t* p) : p_(p) {}
   uint8_t* p_;
 };
 

@@ -60,7 +60,8 @@ bool doIgmpV3MembershipReportParse(const Kiv::Ptr<Lomax::Pkt>& pkt, IgmpV3Report
 
 IgmpV3Report doIgmpV3MembershipReportParse(const Kiv::Ptr<Lomax::Pkt>& pkt) {
   IgmpV3Report report;
-  doIgmpV3MembershipReportParse(pkt, report);
+  // The report says itself whether it is valid.
+  static_cast<void>(doIgmpV3MembershipReportParse(pkt, report));
   return report;
 }
 
@@ -83,7 +84,7 @@ bool doIgmpV3MembershipReportFilterEdit(const Kiv::Ptr<Lomax::Pkt>& pkt, const G
   // The report is sound: from here on nothing fails. Bytes about to change must be ours alone.
   ptrdiff_t moved = pkt->doUnshare();
   p += moved;
-  ipHdr = Lomax::IpHdr(ipHdr.bytes() + moved);
+  ipHdr = ipHdr.movedBy(moved);
   uint32_t read = IgmpV3Report::headerBytes, write = read;
   uint16_t kept = 0;
   for (int32_t i = 0; i < n; ++i) {
@@ -101,7 +102,7 @@ bool doIgmpV3MembershipReportFilterEdit(const Kiv::Ptr<Lomax::Pkt>& pkt, const G
   if (removed) std::memmove(p + write, p + read, frameEnd - (p + read));
   pkt->lenIs(static_cast<uint16_t>(pkt->len() - removed));
   Lomax::NetU16::write(p + 6, kept);
-  Lomax::IgmpCommonHdr(p).doChecksumUpdate(len - removed);
+  Lomax::IgmpCommonHdr::of(p, len - removed)->doChecksumUpdate(len - removed);
   ipHdr.totalLenIs(static_cast<uint16_t>(ipHdr.totalLen() - removed));
   ipHdr.doChecksumUpdate();
   return true;

@@ -45,13 +45,13 @@ class IgmpV3Report {
 // left alone.
 IgmpV3Report doIgmpV3MembershipReportParse(const Kiv::Ptr<Lomax::Pkt>& pkt);
 // The same into a report whose record storage is reused, so that a warm report parses with no allocation.
-bool doIgmpV3MembershipReportParse(const Kiv::Ptr<Lomax::Pkt>& pkt, IgmpV3Report& report);
+[[nodiscard]] bool doIgmpV3MembershipReportParse(const Kiv::Ptr<Lomax::Pkt>& pkt, IgmpV3Report& report);
 
 // Takes the records of the groups in groupList out of the report at the span's front and mends the
 // record count, the IGMP checksum, the IP total length and the IP header checksum; the frame shrinks by
 // the bytes removed. ipHdr is the header right before the span, whose length must match the span. False,
 // with the packet unchanged, if the report or the header does not fit.
-bool doIgmpV3MembershipReportFilterEdit(const Kiv::Ptr<Lomax::Pkt>& pkt, const GroupList& groupList,
-                                        Lomax::IpHdr ipHdr);
+[[nodiscard]] bool doIgmpV3MembershipReportFilterEdit(const Kiv::Ptr<Lomax::Pkt>& pkt,
+                                                      const GroupList& groupList, Lomax::IpHdr ipHdr);
 
 }  // namespace Gmp::Igmp

@@ -31,7 +31,7 @@ class IpAddr {
     return r;
   }
   // Parses dotted-quad text; false, and the value untouched, for anything else.
-  static bool parse(std::string_view text, IpAddr& out);
+  [[nodiscard]] static bool parse(std::string_view text, IpAddr& out);
 
   constexpr uint32_t value() const { return toNbo(nbo_); }
   void bytesOut(uint8_t* p) const { std::memcpy(p, &nbo_, 4); }

@@ -1,7 +1,9 @@
 // View of an IPv4 header (RFC 791) over packet bytes: reads and writes in place, owns nothing.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <optional>
 
 #include "net/IpAddr.h"
 #include "net/IpChecksum.h"
@@ -16,8 +18,16 @@ class IpHdr {
  public:
   static constexpr uint16_t minBytes = 20;
 
-  explicit IpHdr(uint8_t* p) : p_(p) {}
+  // A view exists only over a header that the bytes hold: version 4, a header length of at least
+  // minBytes, and no longer than the bytes. Nothing is read before those three are known.
+  static std::optional<IpHdr> of(uint8_t* p, uint32_t bytes) {
+    if (bytes < minBytes || p[0] >> 4 != 4 || (p[0] & 0xf) * 4u < minBytes || (p[0] & 0xf) * 4u > bytes)
+      return std::nullopt;
+    return IpHdr(p);
+  }
   uint8_t* bytes() const { return p_; }
+  // The same header after its bytes were copied d bytes further on.
+  IpHdr movedBy(ptrdiff_t d) const { return IpHdr(p_ + d); }
 
   uint8_t version() const { return p_[0] >> 4; }
   uint16_t headerBytes() const { return static_cast<uint16_t>((p_[0] & 0xf) * 4); }
@@ -44,6 +54,7 @@ class IpHdr {
   }
 
  private:
+  explicit IpHdr(uint8_t* p) : p_(p) {}
   uint8_t* p_;
 };
 

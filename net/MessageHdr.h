@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "net/IpChecksum.h"
 #include "net/NetU16.h"
@@ -13,7 +14,11 @@ class MessageHdr {
  public:
   static constexpr uint16_t minBytes = 4;
 
-  explicit MessageHdr(uint8_t* p) : p_(p) {}
+  // A view exists only over bytes that hold it: none when fewer than minBytes are there.
+  static std::optional<MessageHdr> of(uint8_t* p, uint32_t bytes) {
+    if (bytes < minBytes) return std::nullopt;
+    return MessageHdr(p);
+  }
   uint8_t* bytes() const { return p_; }
 
   IpChecksum checksum() const { return IpChecksum(NetU16::read(p_ + 2)); }
@@ -26,6 +31,7 @@ class MessageHdr {
   }
 
  protected:
+  explicit MessageHdr(uint8_t* p) : p_(p) {}
   uint8_t* p_;
 };
 

@@ -114,7 +114,7 @@ bool Pkt::stringValueIs(const Kiv::String& text, bool keepOffsets) {
     if (hexDigit(c) < 0) return false;
   }
   uint32_t need = Manager::standardHeadroom + len;
-  if (isShared() || storage_->capacity < need) {
+  if (isShared() || storage_->capacity < need || (Manager::exactStorage && storage_->capacity != need)) {
     storageIs(manager_->storageNew(need), Manager::standardHeadroom, len);
   } else {
     frameAt(Manager::standardHeadroom, len);
@@ -139,6 +139,14 @@ Pkt::Manager::~Manager() {
 }
 
 Pkt::Storage* Pkt::Manager::storageNew(uint32_t bytes) {
+  if (exactStorage) {
+    // Nothing behind the frame but the end of the allocation, so that a read past it is seen.
+    auto* s = static_cast<Storage*>(::operator new(sizeof(Storage) + bytes));
+    s->refs = 1;
+    s->capacity = bytes;
+    ++storagesAllocated_;
+    return s;
+  }
   if (bytes <= standardStorageBytes && !freeStorage_.empty()) {
     Storage* s = freeStorage_.back();
     freeStorage_.pop_back();
@@ -155,7 +163,7 @@ Pkt::Storage* Pkt::Manager::storageNew(uint32_t bytes) {
 
 void Pkt::Manager::storageRelease(Storage* s) {
   if (--s->refs) return;
-  if (s->capacity == standardStorageBytes && freeStorage_.size() < maxPooled) {
+  if (!exactStorage && s->capacity == standardStorageBytes && freeStorage_.size() < maxPooled) {
     freeStorage_.push_back(s);
     return;
   }
@@ -168,7 +176,8 @@ void* Pkt::Manager::pktMemNew() { return pktPool_.blockNew(); }
 void Pkt::Manager::pktMemFree(void* p) { pktPool_.blockDel(p); }
 
 Kiv::Ptr<Pkt> Pkt::Manager::newPkt() {
-  return Kiv::Ptr<Pkt>(new Pkt(this, storageNew(standardStorageBytes), standardHeadroom, 0));
+  return Kiv::Ptr<Pkt>(
+      new Pkt(this, storageNew(exactStorage ? standardHeadroom : standardStorageBytes), standardHeadroom, 0));
 }
 
 Kiv::Ptr<Pkt> Pkt::Manager::newPkt(std::span<const uint8_t> frame) {

@@ -70,7 +70,7 @@ class Pkt : public Kiv::PtrInterface {
   // or with keepOffsets false as a frame whose span is the whole frame. False, and the packet as it
   // was, for text of another shape.
   Kiv::String stringValue() const;
-  bool stringValueIs(const Kiv::String& text, bool keepOffsets);
+  [[nodiscard]] bool stringValueIs(const Kiv::String& text, bool keepOffsets);
 
   // Packets come from the manager's pool of packet objects.
   static void* operator new(size_t size);
@@ -103,6 +103,13 @@ class Pkt::Manager {
   static constexpr uint32_t standardHeadroom = 64;
   // Beyond this many idle buffers the pool gives memory back.
   static constexpr size_t maxPooled = 4096;
+  // In fuzz and sanitizer builds every frame has storage of exactly its size, unpooled, so that the
+  // address sanitizer sees a read behind a frame's last byte.
+#ifdef IGMPSNOOP_EXACT_PKT_STORAGE
+  static constexpr bool exactStorage = true;
+#else
+  static constexpr bool exactStorage = false;
+#endif
 
   Manager() = default;
   Manager(const Manager&) = delete;

@@ -87,7 +87,7 @@ void LinuxEthDevPamManager::handleIntf(Lomax::IntfId intf) {
     it = pams_.end();
   }
   if (!link || it != pams_.end()) return;
-  Kiv::Ptr<IntfPam> pam = new IntfPam(this, link->ifindex);
+  Kiv::Ptr<IntfPam> pam = Kiv::make<IntfPam>(this, link->ifindex);
   pams_[intf] = pam;
   byIfindex_[link->ifindex] = pam.ptr();
   access_->wantedIntfIs(link->ifindex, true);
@@ -123,7 +123,7 @@ void LinuxEthDevPamManager::handleRx(std::span<const PacketAccess::RxFrame> fram
     auto it = byIfindex_.find(f.ifindex);
     if (it == byIfindex_.end()) continue;
     IntfPam* pam = it->second;
-    if (pam->rx_.empty()) ready.push_back(pam);
+    if (pam->rx_.empty()) ready.emplace_back(pam);
     pam->rx_.push_back(f.pkt);
   }
   // A multiplexer may remove Pams while it reads: each is held until its turn is over.

@@ -1,6 +1,7 @@
 // Ring trace storage in a memory-mapped file, so that what was written survives a crash of the
 // process: "<VELLUMDIR>/<name>.vl" when VELLUMDIR is set, else "<name>-<pid>.vl" in the current
-// directory. The file is created afresh (truncated) when the ring opens.
+// directory. The ring always opens a new file: one already at the path (a crashed agent's record, or a
+// live writer's ring) is renamed aside to previousRingFilePath(path), its bytes untouched.
 #pragma once
 
 #include <string>
@@ -32,6 +33,8 @@ class MappedRingStorageFactory : public Vellum::RingStorageFactory {
 };
 
 std::string ringFilePath(const std::string& name);
+// "<path without .vl>-prev-<unix seconds>-<pid of the new opener>.vl".
+std::string previousRingFilePath(const std::string& path);
 
 // Makes every ring opened from now on a mapped file.
 void installMappedRingStorage();

@@ -292,7 +292,7 @@ bool RedisWriter::attached(const Entity& e) const { return Kiv::changeSinkOf(e) 
 void RedisWriter::orderedRecord(const Entity* record) {
   if (open_.ptr() != record) {
     orderedClose();
-    open_ = const_cast<Entity*>(record);
+    open_ = Kiv::Ptr<Entity>(const_cast<Entity*>(record));
   }
   db_.orderedPending();
 }
@@ -322,7 +322,7 @@ void RedisWriter::onChange(Entity& e, uint16_t id, const void* key) {
     e.kivTrackIs(e.kivTrack() | Entity::trackQueued);
     dirty_.emplace_back(&e);
   } else if (key) {
-    elements_.push_back(Element{&e, id, a.keyText(key)});
+    elements_.push_back(Element{Kiv::Ptr<Entity>(&e), id, a.keyText(key)});
   } else {
     // A collection emptied at once: its fields are no longer known, so the record is written whole.
     auto* record = const_cast<Entity*>(layout_.recordOf(e));
@@ -344,7 +344,7 @@ void RedisWriter::onAttach(Entity& e) {
     std::vector<const Entity*> records;
     layout_.forEachRecord(e, [&](const Entity& r) { records.push_back(&r); });
     if (records.size() == 1) {
-      open_ = &e;
+      open_ = Kiv::Ptr<Entity>(&e);
     } else {
       for (const Entity* r : records) {
         Entry entry{layout_.recordKey(*r), false, {}};

@@ -519,7 +519,7 @@ void showRouters(const Options& o, const std::vector<std::string>& w, bool queri
       continue;
     }
     std::vector<Kiv::Ptr<MulticastRouter const>> routers;
-    for (auto& r : ctx->routerIter()) routers.push_back(r.ptr());
+    for (auto& r : ctx->routerIter()) routers.emplace_back(r.ptr());
     std::sort(routers.begin(), routers.end(), [](auto& a, auto& b) { return a->addr() < b->addr(); });
     for (auto& r : routers)
       t.rowIs({vlanCell, OutputTable::text(r->addr().stringValue().stdString()),

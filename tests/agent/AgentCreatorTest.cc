@@ -39,7 +39,7 @@ std::string run(Agent::AgentCommandCallback& cb, const char* command) {
 
 IpAddr ip(const char* text) {
   IpAddr a;
-  IpAddr::parse(text, a);
+  if (!IpAddr::parse(text, a)) ADD_FAILURE() << "not an address: " << text;
   return a;
 }
 
@@ -131,7 +131,7 @@ TEST_F(AgentCreatorTest, PlatformServicesServeTheGlueAndHoldTheTopologyUntilTheI
   };
   platform.ethDevPamManagerFactory = [&](const Kiv::Ptr<Interface::PamDesiredIntfDir const>&,
                                          const Kiv::Ptr<Interface::EthDevPamCollection>&) {
-    manager = new Manager();
+    manager = Kiv::make<Manager>();
     return Kiv::Ptr<Interface::EthDevPamManager>(manager);
   };
   IgmpSnoopingAgent::AgentCreator::platformIs(platform);
@@ -156,7 +156,7 @@ TEST_F(AgentCreatorTest, PlatformServicesServeTheGlueAndHoldTheTopologyUntilTheI
   EXPECT_TRUE(agent->glueSm()->vlanSm(Bridging::VlanId(10)));
 
   // The error counters are read per packet-access object through the glue's manager.
-  agent->ethDevPamCollection()->intfPamIs(IntfId("Ethernet2"), new Lomax::MemoryPam());
+  agent->ethDevPamCollection()->intfPamIs(IntfId("Ethernet2"), Kiv::make<Lomax::MemoryPam>());
   const std::string counters = run(*agent->debugCliCallback(), "ethDevPamsCounters");
   EXPECT_NE(counters.find("Ethernet2"), std::string::npos) << counters;
   EXPECT_NE(counters.find("3"), std::string::npos) << counters;

@@ -18,7 +18,7 @@ using Lomax::IpAddr;
 
 IpAddr ip(const char* text) {
   IpAddr a;
-  IpAddr::parse(text, a);
+  if (!IpAddr::parse(text, a)) ADD_FAILURE() << "not an address: " << text;
   return a;
 }
 

@@ -4,6 +4,8 @@
 
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "core/CoreSm.h"
 #include "kernel/ActivityManager.h"
 #include "kernel/TimerWheel.h"
@@ -25,7 +27,7 @@ struct RecordingFlooder : IgmpSnoopingFlooder {
 
 inline IpAddr ip(const char* text) {
   IpAddr a;
-  IpAddr::parse(text, a);
+  EXPECT_TRUE(IpAddr::parse(text, a)) << text;
   return a;
 }
 
@@ -43,7 +45,7 @@ class CoreHarness {
 
   // Builds the core with these ports enabled.
   void startCore(std::initializer_list<const char*> ports = {"Ethernet1", "Ethernet2", "Ethernet3"}) {
-    core = new CoreSm(config, status, counterDir, contextConfig, profileConfig, wheel, wheel2);
+    core = Kiv::make<CoreSm>(config, status, counterDir, contextConfig, profileConfig, wheel, wheel2);
     core->flooderIs(flooder);
     for (const char* p : ports) core->enabledIntfIs(IntfId(p), true);
     core->initializedIs(true);

@@ -18,10 +18,10 @@ class CoreSmIntakeTest : public ::testing::Test, public CoreHarness {
   void SetUp() override { startCore(); }
   // A frame with its IGMP message cut or replaced: the IP length follows the new payload.
   Kiv::Ptr<Lomax::Pkt> withPayload(Kiv::Ptr<Lomax::Pkt> frame, std::vector<uint8_t> payload) {
-    Lomax::IpHdr ipHdr(frame->data() + 14);
+    Lomax::IpHdr ipHdr = *Lomax::IpHdr::of(frame->data() + 14, frame->len() - 14u);
     std::vector<uint8_t> bytes(frame->data(), frame->data() + 14 + ipHdr.headerBytes());
     bytes.insert(bytes.end(), payload.begin(), payload.end());
-    Lomax::IpHdr out(bytes.data() + 14);
+    Lomax::IpHdr out = *Lomax::IpHdr::of(bytes.data() + 14, static_cast<uint32_t>(bytes.size() - 14));
     out.totalLenIs(static_cast<uint16_t>(ipHdr.headerBytes() + payload.size()));
     out.doChecksumUpdate();
     return Lomax::globalPktManager().newPkt(bytes);
@@ -94,6 +94,37 @@ TEST_F(CoreSmIntakeTest, ShortAndCorruptMessagesAreCountedAndDroppedWithoutState
   EXPECT_EQ(status->groupSize(), 0u);
 }
 
+// No IP header a frame carries ends the process or is read beyond: each is dropped and counted.
+TEST_F(CoreSmIntakeTest, BadIpHeadersAreCountedAndDroppedBeforeAnyFieldIsRead) {
+  auto query = host("10.0.0.254").igmpQuery(IgmpQuery(Gmp::Igmp::igmpVersion2, 100, IpAddr()));
+  const std::vector<uint8_t> good(query->data(), query->data() + query->len());
+  auto frame = [&](std::vector<uint8_t> bytes, uint8_t versionAndIhl) {
+    bytes[14] = versionAndIhl;
+    return Lomax::globalPktManager().newPkt(bytes);
+  };
+  const size_t before = floods();
+  rx("Ethernet3", frame(std::vector<uint8_t>(good.begin(), good.begin() + 14 + 30), 0x4f));  // 60 > 30
+  rx("Ethernet3", frame(std::vector<uint8_t>(good.begin(), good.begin() + 14 + 12), 0x45));  // cut at 12
+  // A header length of 1 or 2 words would put an 8-byte query with a good checksum inside the header.
+  std::vector<uint8_t> shortIhl(good.begin(), good.begin() + 14 + 8);
+  std::vector<uint8_t> message = withChecksum({0x11, 100, 0, 0, 0, 0, 0, 0});
+  shortIhl.insert(shortIhl.end(), message.begin(), message.end());
+  rx("Ethernet3", frame(shortIhl, 0x42));
+  rx("Ethernet3", frame(shortIhl, 0x41));
+  rx("Ethernet3", frame(shortIhl, 0x40));
+  EXPECT_EQ(counter("Ethernet3")->inPktTooShort(), 5u);
+  rx("Ethernet3", frame(good, 0x65));
+  EXPECT_EQ(counter("Ethernet3")->inPktNonIp(), 1u);
+  // An IP protocol that is neither IGMP nor PIM is counted and ignored.
+  std::vector<uint8_t> udp = good;
+  udp[14 + 9] = 17;
+  rx("Ethernet3", frame(udp, 0x45));
+  EXPECT_EQ(counter("Ethernet3")->inPktUnknown(), 1u);
+  EXPECT_EQ(counter("Ethernet3")->inPktIgmpV2Query(), 0u);
+  EXPECT_FALSE(status->querier());
+  EXPECT_EQ(floods(), before);
+}
+
 TEST_F(CoreSmIntakeTest, PaddingBehindAReportIsCutBeforeTheChecksum) {
   auto frame = host("10.0.0.1").igmpV2Report(ip("239.1.1.1"));
   std::vector<uint8_t> bytes(frame->data(), frame->data() + frame->len());
@@ -131,6 +162,28 @@ TEST_F(CoreSmIntakeTest, QueriesByVersionFloodAndElect) {
   rx("Ethernet3", router.igmpQuery(IgmpQuery(Gmp::Igmp::igmpVersion2, 10, ip("239.2.2.2"))));
   EXPECT_EQ(lastFlood()->floodType(), floodTypeMembers);
   EXPECT_EQ(lastFlood()->optionalGroupAddress(), ip("239.2.2.2"));
+}
+
+// Only a general query is kept for the replay: a group-specific one that was not taken is flooded to
+// the VLAN, as a general one is, but not stored.
+TEST_F(CoreSmIntakeTest, OnlyAGeneralQueryIsStoredForTheReplay) {
+  IgmpQuery specific(Gmp::Igmp::igmpVersion3, 100, ip("239.2.2.2"));
+  specific.suppressRouterSideProcessingIs(true);
+  rx("Ethernet3", host("10.0.0.254").igmpQuery(specific));
+  EXPECT_EQ(lastFlood()->floodType(), floodTypeVlan);
+  EXPECT_TRUE(status->latestQuery().empty());
+  auto general = host("10.0.0.254").igmpQuery(IgmpQuery(Gmp::Igmp::igmpVersion2, 100, IpAddr()));
+  rx("Ethernet3", general);
+  EXPECT_EQ(status->latestQuery(), general->stringValue());
+}
+
+// The largest maxGroups is no limit: a VLAN that holds that many groups still takes one more.
+TEST_F(CoreSmIntakeTest, MaxGroupsAtItsLargestIsNoLimit) {
+  contextConfig->maxGroupsIs(0xffff);
+  for (uint32_t i = 0; i < 0xffff; ++i) status->groupIs(IpAddr::fromHost(0xe8000000 + i));
+  rx("Ethernet1", host("10.0.0.1").igmpV2Report(ip("239.1.1.1")));
+  EXPECT_TRUE(membership("239.1.1.1", "Ethernet1", "10.0.0.1"));
+  EXPECT_FALSE(status->groupLimitExceeded());
 }
 
 TEST_F(CoreSmIntakeTest, QueryFromZeroAddressAgesAndFloodsButElectsNothing) {

@@ -298,7 +298,7 @@ TEST_F(CoreSmTimelineTest, InitialQueriesOnAPortComeFromZeroAndGoToThatPortOnly)
   EXPECT_EQ(req->outgoingIntfId(), IntfId("Ethernet1"));
   EXPECT_FALSE(req->incomingIntfId());
   EXPECT_TRUE(req->needsPreProcess());
-  Lomax::IpHdr ipHdr(req->orig()->offsetFront());
+  Lomax::IpHdr ipHdr = *Lomax::IpHdr::of(req->orig()->offsetFront(), req->orig()->offsetBytes());
   EXPECT_TRUE(ipHdr.src().isZero());
   EXPECT_EQ(ipHdr.computedChecksum(), Lomax::zeroChecksum);
   advance(2.0);
@@ -355,6 +355,30 @@ TEST_F(CoreSmTimelineTest, RestartReplaysTheLastQueryThenReviewsTheGroupList) {
   EXPECT_TRUE(status->groupList(ip("239.1.1.1")));
   EXPECT_TRUE(membership("239.1.1.1", "Ethernet1", "10.0.0.1"));
   EXPECT_TRUE(status->confident());
+}
+
+// A robustness beyond what the replay's counter holds still ends the replay, and a stored query that
+// is not a frame is a trace for the replay and for the spoofer after it, never a flood or an abort.
+TEST_F(CoreSmTimelineTest, RestartReplayEndsForAnyRobustnessAndSkipsACorruptStoredQuery) {
+  status->latestQueryIs("begin=0 end=0 bytes=0");
+  status->confidentIs(true);
+  status->configuredRobustnessIs(300);
+  status->configuredRestartQueryIntervalIs(1.0);
+  auto querier = status->querierIs(ip("10.0.0.254"));
+  querier->intfIs(IntfId("Ethernet3"));
+  querier->expireIs(start + 100000.0);
+  config->initialQueryTimeIs(0, 1000);
+  startCore();
+  EXPECT_TRUE(status->coreSmStateRebuilding());
+  advance(300.0);
+  EXPECT_FALSE(status->coreSmStateRebuilding());
+  EXPECT_EQ(core->queriesSentForRestart(), 255u);
+  EXPECT_EQ(floods(), 0u);
+  core->createIntfQuerySpoofer(IntfId("Ethernet1"));
+  ASSERT_TRUE(core->intfQuerySpoofer(IntfId("Ethernet1")));
+  advance(2.0);
+  EXPECT_EQ(floods(), 0u);
+  EXPECT_FALSE(core->intfQuerySpoofer(IntfId("Ethernet1")));
 }
 
 TEST_F(CoreSmTimelineTest, FirstStartIsNotConfidentUntilAGeneralQuery) {

@@ -54,7 +54,7 @@ struct GlueAgentLab {
   }
   // The packet access of a port appears, as the platform's manager would make it.
   Kiv::Ptr<Lomax::MemoryPam> pamIs(int p) {
-    Kiv::Ptr<Lomax::MemoryPam> pam = new Lomax::MemoryPam();
+    Kiv::Ptr<Lomax::MemoryPam> pam = Kiv::make<Lomax::MemoryPam>();
     ethDevPamCollection->intfPamIs(port(p), pam);
     return pam;
   }
@@ -89,15 +89,17 @@ struct GlueAgentLab {
   template <class Sm = GlueSm>
   void start() {
     vlanInfo = IgmpShim::igmpVlanManagerFactory("BridgingVlanConfigMgr", bridgingConfig);
-    topoLibSm = new Topology::Library::LibSm(bridgingConfig, ethIntfStatusDir, topoLib, topoVlanLib, clock);
-    glueSm = new Sm("IgmpSnoopingShim", services());
+    topoLibSm = Kiv::Ptr<Topology::Library::LibSm>(
+        new Topology::Library::LibSm(bridgingConfig, ethIntfStatusDir, topoLib, topoVlanLib, clock));
+    glueSm = Kiv::make<Sm>("IgmpSnoopingShim", services());
   }
   // The same with some services replaced; vlanInfo is the lab's own.
   void start(GlueSm::Services s) {
     vlanInfo = IgmpShim::igmpVlanManagerFactory("BridgingVlanConfigMgr", bridgingConfig);
-    topoLibSm = new Topology::Library::LibSm(bridgingConfig, ethIntfStatusDir, topoLib, topoVlanLib, clock);
+    topoLibSm = Kiv::Ptr<Topology::Library::LibSm>(
+        new Topology::Library::LibSm(bridgingConfig, ethIntfStatusDir, topoLib, topoVlanLib, clock));
     s.vlanInfo = vlanInfo;
-    glueSm = new GlueSm("IgmpSnoopingShim", s);
+    glueSm = Kiv::make<GlueSm>("IgmpSnoopingShim", s);
   }
   // Runs what is due now: deferred topology changes, timers.
   void turn() { Kiv::activityManager()->advanceBy(0); }
@@ -105,35 +107,46 @@ struct GlueAgentLab {
 
   Kiv::Ptr<Kiv::Clock> clock = Kiv::ActivityManagerConfig::clock();
   Kiv::Ptr<Bez::TimerWheel> timerWheel = Bez::TimerWheelIs(clock, 100, 108200, true, 1024);
-  Kiv::Ptr<Bridging::IgmpSnooping::Config> config = new Bridging::IgmpSnooping::Config("config");
+  Kiv::Ptr<Bridging::IgmpSnooping::Config> config = Kiv::make<Bridging::IgmpSnooping::Config>("config");
   Kiv::Ptr<Bridging::IgmpSnooping::SwForceConfig> swForceConfig =
-      new Bridging::IgmpSnooping::SwForceConfig("swForceConfig");
+      Kiv::Ptr<Bridging::IgmpSnooping::SwForceConfig>(
+          new Bridging::IgmpSnooping::SwForceConfig("swForceConfig"));
   Kiv::Ptr<Bridging::IgmpSnooping::CounterConfig> counterConfig =
-      new Bridging::IgmpSnooping::CounterConfig("counterConfig");
-  Kiv::Ptr<Bridging::IgmpSnooping::Status> status = new Bridging::IgmpSnooping::Status("status");
+      Kiv::Ptr<Bridging::IgmpSnooping::CounterConfig>(
+          new Bridging::IgmpSnooping::CounterConfig("counterConfig"));
+  Kiv::Ptr<Bridging::IgmpSnooping::Status> status = Kiv::make<Bridging::IgmpSnooping::Status>("status");
   Kiv::Ptr<Bridging::IgmpSnooping::IgmpProtocolConfig> coreConfigDir =
-      new Bridging::IgmpSnooping::IgmpProtocolConfig("protocolConfig");
+      Kiv::Ptr<Bridging::IgmpSnooping::IgmpProtocolConfig>(
+          new Bridging::IgmpSnooping::IgmpProtocolConfig("protocolConfig"));
   Kiv::Ptr<Bridging::IgmpSnooping::IgmpProtocolStatus> coreStatusDir =
-      new Bridging::IgmpSnooping::IgmpProtocolStatus("protocolStatus");
-  Kiv::Ptr<Bridging::Config> bridgingConfig = new Bridging::Config("bridgingConfig");
-  Kiv::Ptr<Bridging::IgmpSnooping::HwConfig> hwConfig = new Bridging::IgmpSnooping::HwConfig("hwConfig");
-  Kiv::Ptr<IgmpProfile::ProfileConfig> profileConfig = new IgmpProfile::ProfileConfig("profileConfig");
+      Kiv::Ptr<Bridging::IgmpSnooping::IgmpProtocolStatus>(
+          new Bridging::IgmpSnooping::IgmpProtocolStatus("protocolStatus"));
+  Kiv::Ptr<Bridging::Config> bridgingConfig = Kiv::make<Bridging::Config>("bridgingConfig");
+  Kiv::Ptr<Bridging::IgmpSnooping::HwConfig> hwConfig =
+      Kiv::make<Bridging::IgmpSnooping::HwConfig>("hwConfig");
+  Kiv::Ptr<IgmpProfile::ProfileConfig> profileConfig = Kiv::make<IgmpProfile::ProfileConfig>("profileConfig");
   Kiv::Ptr<Interface::EthIntfStatusDir> ethIntfStatusDir =
-      new Interface::EthIntfStatusDir("ethIntfStatusDir");
-  Kiv::Ptr<Interface::DeviceIntfStatusDir> deviceIntfStatusDir = new Interface::DeviceIntfStatusDir("disd");
-  Kiv::Ptr<Interface::PamDesiredIntfDir> bridgeIntfDir = new Interface::PamDesiredIntfDir("bid");
-  Kiv::Ptr<Interface::PamDesiredIntfDir> pamDesiredIntfDir = new Interface::PamDesiredIntfDir("pdid");
-  Kiv::Ptr<Interface::EthDevPamCollection> ethDevPamCollection = new Interface::EthDevPamCollection("edpc");
-  Kiv::Ptr<FakeEthDevPamManager> ethDevPamManager = new FakeEthDevPamManager();
+      Kiv::make<Interface::EthIntfStatusDir>("ethIntfStatusDir");
+  Kiv::Ptr<Interface::DeviceIntfStatusDir> deviceIntfStatusDir =
+      Kiv::make<Interface::DeviceIntfStatusDir>("disd");
+  Kiv::Ptr<Interface::PamDesiredIntfDir> bridgeIntfDir = Kiv::make<Interface::PamDesiredIntfDir>("bid");
+  Kiv::Ptr<Interface::PamDesiredIntfDir> pamDesiredIntfDir = Kiv::make<Interface::PamDesiredIntfDir>("pdid");
+  Kiv::Ptr<Interface::EthDevPamCollection> ethDevPamCollection =
+      Kiv::make<Interface::EthDevPamCollection>("edpc");
+  Kiv::Ptr<FakeEthDevPamManager> ethDevPamManager = Kiv::make<FakeEthDevPamManager>();
   Kiv::Ptr<IgmpShim::GlueVlanMultiplexerDir> glueVlanMultiplexerDir =
-      new IgmpShim::GlueVlanMultiplexerDir("vpmd", bridgingConfig);
-  Kiv::Ptr<Topology::Library::LibState> topoLib = new Topology::Library::LibState("topoLibState");
+      Kiv::Ptr<IgmpShim::GlueVlanMultiplexerDir>(
+          new IgmpShim::GlueVlanMultiplexerDir("vpmd", bridgingConfig));
+  Kiv::Ptr<Topology::Library::LibState> topoLib = Kiv::make<Topology::Library::LibState>("topoLibState");
   Kiv::Ptr<Topology::Library::Vlan::LibVlanState> topoVlanLib =
-      new Topology::Library::Vlan::LibVlanState("topoLibVlan");
+      Kiv::Ptr<Topology::Library::Vlan::LibVlanState>(
+          new Topology::Library::Vlan::LibVlanState("topoLibVlan"));
   Kiv::Ptr<Bridging::IgmpSnooping::IgmpCounterDir> mountedCounterDir =
-      new Bridging::IgmpSnooping::IgmpCounterDir("counterDir");
+      Kiv::Ptr<Bridging::IgmpSnooping::IgmpCounterDir>(
+          new Bridging::IgmpSnooping::IgmpCounterDir("counterDir"));
   Kiv::Ptr<Bridging::IgmpSnooping::IgmpCounterDir> counterDir =
-      new Bridging::IgmpSnooping::IgmpCounterDir("localCounterDir");
+      Kiv::Ptr<Bridging::IgmpSnooping::IgmpCounterDir>(
+          new Bridging::IgmpSnooping::IgmpCounterDir("localCounterDir"));
   Kiv::Ptr<IgmpShim::IgmpVlanManager> vlanInfo;
   Kiv::Ptr<Topology::Library::LibSm> topoLibSm;
   Kiv::Ptr<GlueSm> glueSm;

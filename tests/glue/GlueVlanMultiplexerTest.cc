@@ -117,7 +117,8 @@ class SlowPam : public Lomax::MemoryPam {
 
 TEST_F(GlueVlanMultiplexerTest, TheReceiveLoopYieldsOnlyOnFramesOfUnservedVlans) {
   auto pam = Kiv::make<SlowPam>();
-  Kiv::Ptr<IgmpShim::GlueVlanMultiplexer> mux = new IgmpShim::GlueVlanMultiplexer(intfId("Ethernet4"), pam);
+  Kiv::Ptr<IgmpShim::GlueVlanMultiplexer> mux =
+      Kiv::make<IgmpShim::GlueVlanMultiplexer>(intfId("Ethernet4"), pam);
   lab.dir->multiplexerIs(mux);
   lab.vlanPortIs(10, "Ethernet4", true, true);
   for (int i = 0; i < 200; ++i) pam->rxPktEnqueue(report(30));

@@ -2,6 +2,9 @@
 // tagged or not, what is counted, what is published and in which order.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <vector>
+
 #include "glue/GlueIntfSm.h"
 #include "glue/LocalIntfFilter.h"
 #include "net/IpHdr.h"
@@ -19,19 +22,22 @@ using Gmp::Igmp::IgmpQuery;
 using IgmpShim::GlueVlanSm;
 using Lomax::IpAddr;
 
-// An IPv4 frame of frameLen bytes, untagged, whose header gives totalLen; the checksum is right.
+// An IPv4 frame of frameLen bytes, untagged, whose header gives totalLen; the checksum is right. A
+// frame too short for the header holds as much of it as fits.
 Kiv::Ptr<Lomax::Pkt> ipFrame(uint8_t protocol, const char* dst, uint16_t totalLen, uint16_t frameLen) {
-  auto pkt = Lomax::globalPktManager().newPkt(frameLen);
-  uint8_t* d = pkt->data();
+  std::vector<uint8_t> bytes(std::max<size_t>(frameLen, 34));
+  uint8_t* d = bytes.data();
   const uint8_t mac[6] = {0x01, 0x00, 0x5e, 0x01, 0x01, 0x01};
   std::copy(mac, mac + 6, d);
   d[12] = 0x08, d[13] = 0x00;
-  Lomax::IpHdr ip(d + 14);
   d[14] = 0x45, d[22] = 1, d[23] = protocol;
+  Lomax::IpHdr ip = *Lomax::IpHdr::of(d + 14, static_cast<uint32_t>(bytes.size() - 14));
   ip.totalLenIs(totalLen);
   ip.srcIs(ipAddr("10.0.0.9"));
   ip.dstIs(ipAddr(dst));
   ip.doChecksumUpdate();
+  auto pkt = Lomax::globalPktManager().newPkt(frameLen);
+  std::copy(d, d + frameLen, pkt->data());
   return pkt;
 }
 
@@ -289,7 +295,7 @@ TEST_F(GlueVlanSmTest, ExpiryQuerierLossAndRestartKeepTheOrder) {
   const size_t before = rec.writes();
   const auto snapshot = rec.last().groups;
   lab.glueSm->smStateRebuiltIs(false);
-  Kiv::Ptr<GlueVlanSm> old = sm();
+  Kiv::Ptr<GlueVlanSm> old(sm());
   old->kivDoZombieReactors(true);
   lab.glueSm->vlans.erase(Bridging::VlanId(10));
   for (auto& p : lab.ports) p.second.mux->vlanSmDel(Bridging::VlanId(10));

@@ -58,10 +58,10 @@ class TopoLibSmTest : public ::testing::Test {
   }
 
   Kiv::VirtualTime virtualTime{1000};
-  Kiv::Ptr<Bridging::Config> config = new Bridging::Config("bridgingConfig");
-  Kiv::Ptr<Interface::EthIntfStatusDir> status = new Interface::EthIntfStatusDir("ethIntfStatusDir");
-  Kiv::Ptr<LibState> libState = new LibState("topoLibState");
-  Kiv::Ptr<LibVlanState> vlanState = new LibVlanState("topoLibVlan");
+  Kiv::Ptr<Bridging::Config> config = Kiv::make<Bridging::Config>("bridgingConfig");
+  Kiv::Ptr<Interface::EthIntfStatusDir> status = Kiv::make<Interface::EthIntfStatusDir>("ethIntfStatusDir");
+  Kiv::Ptr<LibState> libState = Kiv::make<LibState>("topoLibState");
+  Kiv::Ptr<LibVlanState> vlanState = Kiv::make<LibVlanState>("topoLibVlan");
   VlanLog log;
 };
 
@@ -72,7 +72,8 @@ TEST_F(TopoLibSmTest, VlansAndPortsFollowConfigAndStatusOnALaterTurn) {
   port(10, "p3");
   link("p1", true);
   link("p2", false);
-  Kiv::Ptr<LibSm> sm = new LibSm(config, status, libState, vlanState, Kiv::ActivityManagerConfig::clock());
+  Kiv::Ptr<LibSm> sm =
+      Kiv::make<LibSm>(config, status, libState, vlanState, Kiv::ActivityManagerConfig::clock());
   EXPECT_FALSE(libState->initDone());
   EXPECT_EQ(vlanState->topoVlanSize(), 0u);
   turn();
@@ -109,7 +110,8 @@ TEST_F(TopoLibSmTest, VlansAndPortsFollowConfigAndStatusOnALaterTurn) {
 }
 
 TEST_F(TopoLibSmTest, InitialisationWaitsForThePlatformsSources) {
-  Kiv::Ptr<LibSm> sm = new LibSm(config, status, libState, vlanState, Kiv::ActivityManagerConfig::clock());
+  Kiv::Ptr<LibSm> sm =
+      Kiv::make<LibSm>(config, status, libState, vlanState, Kiv::ActivityManagerConfig::clock());
   sm->sourcesReadyIs(false);
   port(1, "p1");
   link("p1", true);
@@ -122,7 +124,8 @@ TEST_F(TopoLibSmTest, InitialisationWaitsForThePlatformsSources) {
 }
 
 TEST_F(TopoLibSmTest, AnEmptyConfigurationStillCompletesInitialisation) {
-  Kiv::Ptr<LibSm> sm = new LibSm(config, status, libState, vlanState, Kiv::ActivityManagerConfig::clock());
+  Kiv::Ptr<LibSm> sm =
+      Kiv::make<LibSm>(config, status, libState, vlanState, Kiv::ActivityManagerConfig::clock());
   turn();
   EXPECT_TRUE(libState->initDone());
   EXPECT_EQ(vlanState->topoVlanSize(), 0u);

@@ -4,7 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include "kernel/ActivityManager.h"
+#include "kernel/Exception.h"
+#include "kernel/TimerWheel.h"
 #include "tests/support/TimerProbe.h"
 
 namespace {
@@ -43,6 +47,34 @@ TEST_F(ClockTest, ReplaceAndCancel) {
   am_->advanceTo(2000);
   EXPECT_EQ(log_.size(), 1u);
   EXPECT_EQ(Kiv::System::currentTime(), 2000);
+}
+
+// NaN and negative infinity order nothing: they are refused as text and as a time set anywhere.
+TEST_F(ClockTest, NanAndNegativeInfinityAreNotTimes) {
+  double v = 7;
+  for (const char* bad : {"nan", "-nan", "NaN", "-inf", "nan(1)"})
+    EXPECT_FALSE(Kiv::ValueTraits<double>::fromText(bad, v)) << bad;
+  EXPECT_EQ(v, 7);
+  EXPECT_TRUE(Kiv::ValueTraits<double>::fromText("inf", v) && Kiv::isNever(v));
+  EXPECT_TRUE(Kiv::ValueTraits<double>::fromText("-12.5", v) && v == -12.5);
+
+  Probe* a = probe("a");
+  auto wheel = Bez::TimerWheelIs(Kiv::ActivityManagerConfig::clock(), 100, 1000, true, 0);
+  TestSupport::TimerProbe<Bez::TimerWheel::NotifieeConst> w(&log_, "w");
+  w.notifierIs(wheel);
+  for (double t : {std::nan(""), -Kiv::infinity}) {
+    try {
+      a->timeMinIs(t);
+      ADD_FAILURE() << "clock took " << t;
+    } catch (const Kiv::RangeException& e) {
+      EXPECT_STREQ(e.what(), "Seconds::value NaN or -inf not allowed");
+    }
+    EXPECT_THROW(w.timeMinIs(t), Kiv::RangeException);
+    EXPECT_THROW(Kiv::ActivityManagerConfig::clock()->virtualTimeIs(t), Kiv::RangeException);
+  }
+  a->timeMinIs(1001);
+  am_->advanceTo(1002);
+  EXPECT_EQ(log_, Log{"a@1001.00"});
 }
 
 TEST_F(ClockTest, TimeOrderThenArmOrderAndNeverInsideTimeMinIs) {

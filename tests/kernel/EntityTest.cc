@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "kernel/Exception.h"
 #include "tests/kernel/TestEntities.h"
 
 namespace {
@@ -187,6 +188,29 @@ struct Machine : Kiv::PtrInterface {
   bool zombifyOnCall = false;
 };
 
+// A machine that attaches its reactor in its own constructor is held through the attach sweep like
+// any other: a handler that takes and drops a Ptr to it does not destroy it half-built.
+TEST(EntityTest, AMachineStillInItsConstructorSurvivesItsOwnSweep) {
+  static int destroyed = 0;
+  struct Early : Kiv::PtrInterface {
+    struct KivNode : Node::NotifieeConst {
+      explicit KivNode(Early* m) : Node::NotifieeConst(m) {}
+      void onCount() override { Kiv::Ptr<Early> passing(static_cast<Early*>(kivOwner())); }
+    };
+    explicit Early(const Kiv::Ptr<Node>& node) : reactor(this) { reactor.notifierIs(node); }
+    ~Early() override { ++destroyed; }
+    KivNode reactor;
+  };
+  auto node = Kiv::make<Node>("n");
+  auto early = Kiv::make<Early>(node);
+  EXPECT_EQ(destroyed, 0);
+  EXPECT_EQ(early->references(), 1u);
+  node->countIs(1);
+  EXPECT_EQ(destroyed, 0);
+  early = nullptr;
+  EXPECT_EQ(destroyed, 1);
+}
+
 TEST(EntityTest, ZombieReactorsNeverReachTheirMachine) {
   auto node = Kiv::make<Node>("n");
   // The first notifiee makes the second machine a zombie while the delivery is in progress.
@@ -234,6 +258,40 @@ TEST(EntityTest, MachineDestroyedByItsOwnHandlerFinishesSafely) {
   node->countIs(5);  // the machine goes while the list is being visited
   EXPECT_FALSE(holder.m);
   node->countIs(6);
+}
+
+// What a handler throws goes to its notifiee's hook and the delivery goes on; with no hook the process
+// ends with the exception's text and the handler's type, not a silent std::terminate.
+struct Thrower : Node::NotifieeConst {
+  void onCount() override { throw Kiv::RangeException("count out of range"); }
+};
+
+TEST(EntityTest, AHandlerThatThrowsReachesTheHookOrEndsTheProcessNamingItsSite) {
+  auto node = Kiv::make<Node>("n");
+  struct Caught : Thrower {
+    std::vector<std::string> seen;
+    void onNotificationException(std::exception_ptr e) override {
+      try {
+        std::rethrow_exception(e);
+      } catch (const Kiv::Exception& x) {
+        seen.push_back(x.what());
+      }
+    }
+  };
+  auto caught = Kiv::make<Caught>();
+  caught->notifierIs(node);  // the attach sweep throws too
+  ASSERT_EQ(caught->seen.size(), 1u);
+  caught->seen.clear();
+  auto rec = Kiv::make<Recorder>();
+  rec->notifierIs(node);
+  rec->calls.clear();
+  node->countIs(1);
+  EXPECT_EQ(caught->seen, std::vector<std::string>{"count out of range"});
+  EXPECT_EQ(rec->calls, std::vector<std::string>{"count"});
+
+  auto thrower = Kiv::make<Thrower>();
+  EXPECT_DEATH(thrower->notifierIs(node),
+               "Unhandled exception in notification handler .*Thrower: count out of range");
 }
 
 TEST(EntityTest, ReflectionReadsAndWritesEveryKind) {

@@ -12,6 +12,11 @@ struct Counted : Kiv::PtrInterface {
   int* gone_;
 };
 
+// Taking a raw pointer is spelled out: `this` passed to a function that takes a Ptr, inside a
+// constructor, would otherwise destroy the object when the call returns.
+static_assert(!std::is_convertible_v<Counted*, Kiv::Ptr<Counted>>);
+static_assert(std::is_constructible_v<Kiv::Ptr<Counted>, Counted*>);
+
 TEST(PtrTest, CountsAndDestroysAtZero) {
   int gone = 0;
   {

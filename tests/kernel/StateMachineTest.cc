@@ -6,6 +6,12 @@
 #include "kernel/StateMachine.h"
 #include "tests/kernel/TestEntities.h"
 
+// A read-only directory hands out read-only entries.
+static_assert(std::is_same_v<decltype(std::declval<const Kiv::Dir&>().entityRef(Kiv::Name("x"))),
+                             Kiv::Ptr<Kiv::Entity const>>);
+static_assert(std::is_same_v<decltype(std::declval<const Kiv::Dir&>().entityRefPath("x")),
+                             Kiv::Ptr<Kiv::Entity const>>);
+
 namespace {
 
 struct Child : Kiv::StateMachine, Kiv::HashLink<Child> {

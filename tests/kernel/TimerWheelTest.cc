@@ -49,6 +49,32 @@ TEST_F(TimerWheelTest, FiresOnTheTickGridNeverEarly) {
   EXPECT_EQ(log_, (Log{"now@1000.00", "past@1000.00", "mid@1000.10", "onGrid@1000.30", "justAfter@1000.40"}));
 }
 
+// A step back of the clock keeps each timer's remaining time, on the wheel and on the clock itself; a
+// step forward is time passing, and what it overtakes fires at once.
+TEST_F(TimerWheelTest, ClockStepsBackKeepRemainingTimesAndStepsForwardFireWhatIsOverdue) {
+  Kiv::Clock& clock = *Kiv::ActivityManagerConfig::clock();
+  probe("a")->timeMinIs(1010);
+  probe("b")->timeMinIs(1010);
+  probe("far")->timeMinIs(5000);
+  TestSupport::TimerProbe<Kiv::Clock::NotifieeConst> direct(&log_, "direct");
+  direct.notifierIs(Kiv::ActivityManagerConfig::clock());
+  direct.timeMinIs(1020);
+  am_->advanceTo(1005);
+  clock.virtualTimeIs(505);       // back by 500
+  probe("late")->timeMinIs(512);  // set after the step: not moved again
+  am_->advanceTo(520);
+  EXPECT_EQ(log_, (Log{"a@510.00", "b@510.00", "late@512.00", "direct@520.00"}));
+  EXPECT_EQ(probes_[2]->timeMin(), 4500);
+
+  log_.clear();
+  probe("soon")->timeMinIs(600);
+  clock.virtualTimeIs(2000);  // forward by 1480
+  am_->advanceBy(0);
+  EXPECT_EQ(log_, Log{"soon@2000.00"});
+  am_->advanceTo(4500);
+  EXPECT_EQ(log_, (Log{"soon@2000.00", "far@4500.00"}));
+}
+
 TEST_F(TimerWheelTest, ReplaceCancelAndMove) {
   Probe* a = probe("a");
   a->timeMinIs(1001);

@@ -61,7 +61,7 @@ Bytes bytesOf(const Kiv::Ptr<Pkt>& p) { return Bytes(p->data(), p->data() + p->l
 Lomax::IpHdr toIgmpSpan(const Kiv::Ptr<Pkt>& p) {
   Lomax::stripPktVlanTag(p);
   p->beginOffsetIs(Lomax::ethHeaderBytes);
-  Lomax::IpHdr ip(p->offsetFront());
+  Lomax::IpHdr ip = *Lomax::IpHdr::of(p->offsetFront(), p->offsetBytes());
   p->beginOffsetInc(ip.headerBytes());
   if (p->offsetBytes() > ip.payloadLen())
     p->endOffsetInc(static_cast<uint16_t>(p->offsetBytes() - ip.payloadLen()));
@@ -146,17 +146,19 @@ TEST(IgmpHeaderTest, ViewsReadTheVectorsAndChecksumsVerify) {
     EXPECT_EQ(ip.ttl(), 1) << name;
     EXPECT_EQ(p->offsetBytes(), ip.payloadLen()) << name;
     if (ip.protocol() == Lomax::ipProtocolPim) {
-      Lomax::PimCommonHdr pim(p->offsetFront());
+      Lomax::PimCommonHdr pim = *Lomax::PimCommonHdr::of(p->offsetFront(), p->offsetBytes());
       EXPECT_EQ(pim.messageType(), Lomax::pimTypeV2Hello);
       EXPECT_EQ(pim.computedChecksum(ip.payloadLen()), Lomax::zeroChecksum);
     } else {
-      EXPECT_EQ(Lomax::IgmpCommonHdr(p->offsetFront()).computedChecksum(ip.payloadLen()), Lomax::zeroChecksum)
+      EXPECT_EQ(
+          Lomax::IgmpCommonHdr::of(p->offsetFront(), p->offsetBytes())->computedChecksum(ip.payloadLen()),
+          Lomax::zeroChecksum)
           << name;
     }
   }
   Kiv::Ptr<Pkt> leave = pktOf(vec("v2-leave"));
   toIgmpSpan(leave);
-  Lomax::IgmpV12Hdr v12(leave->offsetFront());
+  Lomax::IgmpV12Hdr v12 = *Lomax::IgmpV12Hdr::of(leave->offsetFront(), leave->offsetBytes());
   EXPECT_EQ(v12.type(), Lomax::messageTypeV2LeaveGroup);
   EXPECT_EQ(v12.group(), IpAddr(239, 1, 2, 3));
   // Ethernet padding behind the message is outside the IP length and so outside the checksum.
@@ -287,8 +289,10 @@ TEST(IgmpV3ReportTest, RewriteRefusesWhatDoesNotFitAndLeavesItAlone) {
   Kiv::Ptr<Pkt> p = pktOf(vec("v3-report"));
   Lomax::IpHdr ip = toIgmpSpan(p);
   Bytes before = bytesOf(p);
-  // The header must be the one right before the span.
-  EXPECT_FALSE(Gmp::Igmp::doIgmpV3MembershipReportFilterEdit(p, drop, Lomax::IpHdr(p->data())));
+  // The header must be the one right before the span, not a copy of it elsewhere.
+  std::vector<uint8_t> copy(ip.bytes(), ip.bytes() + ip.headerBytes());
+  EXPECT_FALSE(
+      Gmp::Igmp::doIgmpV3MembershipReportFilterEdit(p, drop, *Lomax::IpHdr::of(copy.data(), copy.size())));
   p->offsetFront()[7] = 7;
   EXPECT_FALSE(Gmp::Igmp::doIgmpV3MembershipReportFilterEdit(p, drop, ip));
   p->offsetFront()[7] = 6;
@@ -319,7 +323,8 @@ TEST(IgmpV3ReportTest, AThousandRecordsOfTenSourcesParseInOnePass) {
   ASSERT_EQ(report.numberOfRecords(), 500);
   EXPECT_EQ(report.records()[0].group(), IpAddr::fromHost(0xef000001));
   EXPECT_EQ(ip.computedChecksum(), Lomax::zeroChecksum);
-  EXPECT_EQ(Lomax::IgmpCommonHdr(p->offsetFront()).computedChecksum(p->offsetBytes()), Lomax::zeroChecksum);
+  EXPECT_EQ(Lomax::IgmpCommonHdr::of(p->offsetFront(), p->offsetBytes())->computedChecksum(p->offsetBytes()),
+            Lomax::zeroChecksum);
 }
 
 }  // namespace

@@ -54,7 +54,8 @@ class LinuxEthDevPamManagerTest : public ::testing::Test {
     TestNet::NetNs::Inside in(lab_->sw());
     watcher_.start();
     ASSERT_TRUE(TestNet::turnUntil([&] { return watcher_.synced(); }));
-    manager_ = new Platform::LinuxEthDevPamManager(watcher_, desired_, collection_);
+    manager_ = Kiv::Ptr<Platform::LinuxEthDevPamManager>(
+        new Platform::LinuxEthDevPamManager(watcher_, desired_, collection_));
     desired_->intfDesiredIs(intf("p1"), true);
     desired_->intfDesiredIs(intf("p2"), true);
     EXPECT_EQ(collection_->intfPamSize(), 0u) << "nothing before the settings are complete";
@@ -66,8 +67,8 @@ class LinuxEthDevPamManagerTest : public ::testing::Test {
 
   std::unique_ptr<TestNet::BridgeLab> lab_;
   Platform::LinkWatcher watcher_;
-  Kiv::Ptr<Interface::PamDesiredIntfDir> desired_ = new Interface::PamDesiredIntfDir("pdid");
-  Kiv::Ptr<Interface::EthDevPamCollection> collection_ = new Interface::EthDevPamCollection("edpc");
+  Kiv::Ptr<Interface::PamDesiredIntfDir> desired_ = Kiv::make<Interface::PamDesiredIntfDir>("pdid");
+  Kiv::Ptr<Interface::EthDevPamCollection> collection_ = Kiv::make<Interface::EthDevPamCollection>("edpc");
   Kiv::Ptr<Platform::LinuxEthDevPamManager> manager_;
 };
 

@@ -38,8 +38,8 @@ class LinuxGlueAgentTest : public ::testing::Test {
                  ->membershipIs(IpAddr(10, 0, 0, 9));
     m->lastReportIs(lab_.now() - 10);
     m->expireIs(lab_.now() + 250);
-    manager_ =
-        new Platform::LinuxEthDevPamManager(watcher_, lab_.pamDesiredIntfDir, lab_.ethDevPamCollection);
+    manager_ = Kiv::Ptr<Platform::LinuxEthDevPamManager>(
+        new Platform::LinuxEthDevPamManager(watcher_, lab_.pamDesiredIntfDir, lab_.ethDevPamCollection));
     auto services = lab_.services();
     services.ethDevPamManager = manager_;
     lab_.start(services);

@@ -21,7 +21,7 @@ using Platform::BridgeTopology;
 Lomax::IntfId intf(const std::string& n) { return Lomax::IntfId(Kiv::String(n)); }
 
 TEST(LinuxBridgingConfigTest, ABridgeViewBecomesPortsWithPvidsAndVlansWithTagging) {
-  Kiv::Ptr<Bridging::Config> config = new Bridging::Config("bridgingConfig");
+  Kiv::Ptr<Bridging::Config> config = Kiv::make<Bridging::Config>("bridgingConfig");
   Platform::LinuxBridgingConfig filler(config);
   BridgeTopology::View v;
   v.ports = {{11, "p1", true, 3, false, 1}, {12, "p2", true, 3, false, 10}, {13, "p3", true, 3, false, 0}};
@@ -69,8 +69,8 @@ class LinuxSwitchTest : public ::testing::Test {
     ASSERT_TRUE(lab_->ok());
     TestNet::NetNs::Inside in(lab_->sw());
     watcher_.start();
-    libSm_ = new Topology::Library::LibSm(config_, ethIntfStatusDir_, libState_, vlanState_,
-                                          Kiv::ActivityManagerConfig::clock());
+    libSm_ = Kiv::make<Topology::Library::LibSm>(config_, ethIntfStatusDir_, libState_, vlanState_,
+                                                 Kiv::ActivityManagerConfig::clock());
     // The library is complete only once the interfaces have been read.
     libSm_->sourcesReadyIs(false);
     status_ = std::make_unique<Platform::LinuxIntfStatus>(watcher_, ethIntfStatusDir_, deviceIntfStatusDir_,
@@ -96,13 +96,15 @@ class LinuxSwitchTest : public ::testing::Test {
   std::unique_ptr<TestNet::BridgeLab> lab_;
   Platform::LinkWatcher watcher_;
   Kiv::Ptr<Interface::EthIntfStatusDir> ethIntfStatusDir_ =
-      new Interface::EthIntfStatusDir("ethIntfStatusDir");
-  Kiv::Ptr<Interface::DeviceIntfStatusDir> deviceIntfStatusDir_ = new Interface::DeviceIntfStatusDir("disd");
-  Kiv::Ptr<Bridging::Config> config_ = new Bridging::Config("bridgingConfig");
+      Kiv::make<Interface::EthIntfStatusDir>("ethIntfStatusDir");
+  Kiv::Ptr<Interface::DeviceIntfStatusDir> deviceIntfStatusDir_ =
+      Kiv::make<Interface::DeviceIntfStatusDir>("disd");
+  Kiv::Ptr<Bridging::Config> config_ = Kiv::make<Bridging::Config>("bridgingConfig");
   Platform::LinuxBridgingConfig bridging_{config_};
-  Kiv::Ptr<Topology::Library::LibState> libState_ = new Topology::Library::LibState("topoLibState");
+  Kiv::Ptr<Topology::Library::LibState> libState_ = Kiv::make<Topology::Library::LibState>("topoLibState");
   Kiv::Ptr<Topology::Library::Vlan::LibVlanState> vlanState_ =
-      new Topology::Library::Vlan::LibVlanState("topoLibVlan");
+      Kiv::Ptr<Topology::Library::Vlan::LibVlanState>(
+          new Topology::Library::Vlan::LibVlanState("topoLibVlan"));
   std::unique_ptr<Platform::LinuxIntfStatus> status_;
   std::unique_ptr<BridgeTopology> topology_;
   Kiv::Ptr<Topology::Library::LibSm> libSm_;

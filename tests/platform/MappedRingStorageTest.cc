@@ -40,6 +40,31 @@ TEST_F(MappedRingStorageTest, FileNameFollowsVellumDir) {
   EXPECT_EQ(Platform::MappedRingStorage::open(dir_ + "/missing/x.vl", 4096), nullptr);
 }
 
+// A second opener of a path never truncates what is there: the first ring, live or left by a crash,
+// is renamed aside whole and stays writable through its mapping; the new ring starts empty.
+TEST_F(MappedRingStorageTest, ReopeningKeepsThePreviousFileAside) {
+  const std::string path = dir_ + "/IgmpSnoopingDetailed.vl";
+  auto first = Platform::MappedRingStorage::open(path, 4096);
+  ASSERT_TRUE(first);
+  first->bytes()[0] = 0xab;
+  auto second = Platform::MappedRingStorage::open(path, 4096);
+  ASSERT_TRUE(second);
+  EXPECT_EQ(second->bytes()[0], 0);
+  first->bytes()[1] = 0xcd;
+  std::vector<std::string> aside;
+  for (const auto& e : std::filesystem::directory_iterator(dir_)) {
+    if (e.path() != path) aside.push_back(e.path());
+  }
+  ASSERT_EQ(aside.size(), 1u);
+  EXPECT_TRUE(aside[0].starts_with(dir_ + "/IgmpSnoopingDetailed-prev-")) << aside[0];
+  EXPECT_TRUE(aside[0].ends_with("-" + std::to_string(::getpid()) + ".vl")) << aside[0];
+  std::ifstream in(aside[0], std::ios::binary);
+  std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  ASSERT_EQ(bytes.size(), 4096u);
+  EXPECT_EQ(uint8_t(bytes[0]), 0xab);
+  EXPECT_EQ(uint8_t(bytes[1]), 0xcd);
+}
+
 // Writes numbered messages for ever; tells the parent through `ready` once the ring has wrapped.
 [[noreturn]] void writeUntilKilled(int ready) {
   Platform::installMappedRingStorage();

@@ -7,6 +7,7 @@
 #include <initializer_list>
 #include <map>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -26,7 +27,7 @@ namespace TestSupport {
 
 inline Lomax::IpAddr ipAddr(const char* text) {
   Lomax::IpAddr a;
-  Lomax::IpAddr::parse(text, a);
+  if (!Lomax::IpAddr::parse(text, a)) throw std::invalid_argument(std::string("not an address: ") + text);
   return a;
 }
 inline Lomax::IntfId intfId(const char* name) { return Lomax::IntfId(Kiv::String(name)); }
@@ -165,7 +166,7 @@ class GlueLab {
     sic->defaultVlanIs(Bridging::VlanIdOrNone(defaultVlan));
     Port& p = ports[name];
     p.pam = Kiv::make<Lomax::MemoryPam>();
-    p.mux = new IgmpShim::GlueVlanMultiplexer(intf, p.pam);
+    p.mux = Kiv::make<IgmpShim::GlueVlanMultiplexer>(intf, p.pam);
     p.mux->switchIntfConfigIs(sic);
     dir->multiplexerIs(p.mux);
     return p;

@@ -19,7 +19,7 @@ using TestSupport::toolRun;
 
 IpAddr ip(const char* text) {
   IpAddr a;
-  IpAddr::parse(text, a);
+  if (!IpAddr::parse(text, a)) ADD_FAILURE() << "not an address: " << text;
   return a;
 }
 
