@@ -13,6 +13,7 @@
 #include "platform/AgentMountTable.h"
 #include "platform/EpollPoller.h"
 #include "platform/RedisStateDb.h"
+#include "tests/support/Addr.h"
 #include "tests/support/RedisServer.h"
 #include "tests/support/RunUntil.h"
 
@@ -37,11 +38,7 @@ std::string run(Agent::AgentCommandCallback& cb, const char* command) {
   return out;
 }
 
-IpAddr ip(const char* text) {
-  IpAddr a;
-  if (!IpAddr::parse(text, a)) ADD_FAILURE() << "not an address: " << text;
-  return a;
-}
+constexpr auto ip = TestSupport::ipAddr;
 
 // A VLAN's state as the core and the glue leave it.
 void populate(const AgentMounts& m, Kiv::Seconds now) {

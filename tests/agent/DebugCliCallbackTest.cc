@@ -7,6 +7,7 @@
 #include "kernel/ActivityManager.h"
 #include "kernel/Exception.h"
 #include "net/IpToEthGroupMap.h"
+#include "tests/support/Addr.h"
 
 namespace {
 
@@ -16,11 +17,7 @@ using IgmpSnoopingAgent::DebugCliSource;
 using Lomax::IntfId;
 using Lomax::IpAddr;
 
-IpAddr ip(const char* text) {
-  IpAddr a;
-  if (!IpAddr::parse(text, a)) ADD_FAILURE() << "not an address: " << text;
-  return a;
-}
+constexpr auto ip = TestSupport::ipAddr;
 
 class DebugCliCallbackTest : public ::testing::Test {
  protected:

@@ -11,6 +11,7 @@
 #include "kernel/TimerWheel.h"
 #include "model/IgmpProtocolConfig.h"
 #include "net/FrameBuilder.h"
+#include "tests/support/Addr.h"
 #include "tests/support/RecordingLogSink.h"
 
 namespace CoreTest {
@@ -25,11 +26,7 @@ struct RecordingFlooder : IgmpSnoopingFlooder {
   std::vector<Kiv::Ptr<IgmpSnoopingFloodReq>> reqs;
 };
 
-inline IpAddr ip(const char* text) {
-  IpAddr a;
-  EXPECT_TRUE(IpAddr::parse(text, a)) << text;
-  return a;
-}
+inline constexpr auto ip = TestSupport::ipAddr;
 
 class CoreHarness {
  public:

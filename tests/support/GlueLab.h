@@ -22,14 +22,10 @@
 #include "model/IgmpProtocolConfig.h"
 #include "net/FrameBuilder.h"
 #include "net/IpToEthGroupMap.h"
+#include "tests/support/Addr.h"
 
 namespace TestSupport {
 
-inline Lomax::IpAddr ipAddr(const char* text) {
-  Lomax::IpAddr a;
-  if (!Lomax::IpAddr::parse(text, a)) throw std::invalid_argument(std::string("not an address: ") + text);
-  return a;
-}
 inline Lomax::IntfId intfId(const char* name) { return Lomax::IntfId(Kiv::String(name)); }
 // Frames of a host at addr, tagged with vlan unless it is 0.
 inline Lomax::FrameBuilder host(const char* addr, uint16_t vlan = 0) {

@@ -8,6 +8,7 @@
 
 #include "net/FrameBuilder.h"
 #include "net/IgmpQuery.h"
+#include "tests/support/Addr.h"
 #include "tests/support/ToolRun.h"
 
 namespace {
@@ -17,11 +18,7 @@ using Lomax::FrameBuilder;
 using Lomax::IpAddr;
 using TestSupport::toolRun;
 
-IpAddr ip(const char* text) {
-  IpAddr a;
-  if (!IpAddr::parse(text, a)) ADD_FAILURE() << "not an address: " << text;
-  return a;
-}
+constexpr auto ip = TestSupport::ipAddr;
 
 FrameBuilder host(uint16_t n, const char* addr, Bridging::VlanIdOrNone vlan = {}) {
   return FrameBuilder(EthAddr(0x0200, 0x0000, n), ip(addr), vlan);

@@ -16,6 +16,7 @@
 #include "platform/CommandSocket.h"
 #include "platform/EpollPoller.h"
 #include "platform/RedisStateDb.h"
+#include "tests/support/Addr.h"
 #include "tests/support/RedisServer.h"
 #include "tests/support/RunUntil.h"
 #include "tests/support/ToolRun.h"
@@ -27,11 +28,7 @@ using Lomax::IntfId;
 using Lomax::IpAddr;
 using TestSupport::toolRun;
 
-IpAddr ip(const char* text) {
-  IpAddr a;
-  if (!IpAddr::parse(text, a)) ADD_FAILURE() << "not an address: " << text;
-  return a;
-}
+constexpr auto ip = TestSupport::ipAddr;
 
 // Whether text is one JSON document (checked by Python's parser when there is one).
 bool jsonParses(const std::string& text, std::string& why) {
