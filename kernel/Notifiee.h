@@ -14,27 +14,21 @@ namespace Kiv {
 class ListedNotifiee;
 
 // Holds an object across a call that may drop its last other reference. An object with no reference
-// yet (one still in its constructor, or one not on the heap) is held all the same, and let go without
-// being destroyed: a Ptr made and dropped on it inside the call must not delete it either.
+// (one still in its constructor, or one its owner keeps by value or unique_ptr) is left alone: its
+// owner may destroy it inside the call, so nothing may touch it afterwards.
 class KeepAlive {
  public:
-  explicit KeepAlive(const PtrInterface* p) : p_(p), unowned_(p && !p->references()) {
+  explicit KeepAlive(const PtrInterface* p) : p_(p && p->references() ? p : nullptr) {
     if (p_) p_->newRef();
   }
   ~KeepAlive() {
-    if (!p_) return;
-    if (unowned_) {
-      p_->kivDropHold();
-    } else {
-      p_->deleteRef();
-    }
+    if (p_) p_->deleteRef();
   }
   KeepAlive(const KeepAlive&) = delete;
   KeepAlive& operator=(const KeepAlive&) = delete;
 
  private:
   const PtrInterface* p_;
-  bool unowned_;
 };
 
 // Intrusive doubly linked list of notifiees. Visiting survives handlers that add or remove members
@@ -170,17 +164,18 @@ void NotifieeList::visit(Wants&& wants, Fn&& fn) {
   } pop{&v};
   // The hold on the owner is taken by hand, outside the try, so that it still stands when what a
   // handler threw reaches the handler's hook; one try around the loop keeps the loop as it was.
+  // An owner with no reference is not held, as KeepAlive does not hold one.
   struct Held {
     const PtrInterface* p = nullptr;
-    bool unowned = false;
     void take(const PtrInterface* o) {
-      p = o, unowned = !o->references();
+      if (!o->references()) return;
+      p = o;
       o->newRef();
     }
     void drop() {
       const PtrInterface* o = p;
       p = nullptr;
-      unowned ? o->kivDropHold() : o->deleteRef();
+      if (o) o->deleteRef();
     }
   } held;
   ListedNotifiee* current = nullptr;

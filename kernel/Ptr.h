@@ -48,16 +48,6 @@ class PtrInterface {
       const_cast<PtrInterface*>(this)->handleZeroRef();
   }
 
-  // Drops a reference taken on an object that had none, without destroying it if none is left (see
-  // KeepAlive).
-  void kivDropHold() const {
-    if (enableThreadSafePointers) {
-      std::atomic_ref<uint32_t>(word_).fetch_sub(1, std::memory_order_acq_rel);
-    } else {
-      --word_;
-    }
-  }
-
  protected:
   // Last chance to act before the object is destroyed by its last reference going.
   virtual void onZeroReferences() {}

@@ -188,29 +188,6 @@ struct Machine : Kiv::PtrInterface {
   bool zombifyOnCall = false;
 };
 
-// A machine that attaches its reactor in its own constructor is held through the attach sweep like
-// any other: a handler that takes and drops a Ptr to it does not destroy it half-built.
-TEST(EntityTest, AMachineStillInItsConstructorSurvivesItsOwnSweep) {
-  static int destroyed = 0;
-  struct Early : Kiv::PtrInterface {
-    struct KivNode : Node::NotifieeConst {
-      explicit KivNode(Early* m) : Node::NotifieeConst(m) {}
-      void onCount() override { Kiv::Ptr<Early> passing(static_cast<Early*>(kivOwner())); }
-    };
-    explicit Early(const Kiv::Ptr<Node>& node) : reactor(this) { reactor.notifierIs(node); }
-    ~Early() override { ++destroyed; }
-    KivNode reactor;
-  };
-  auto node = Kiv::make<Node>("n");
-  auto early = Kiv::make<Early>(node);
-  EXPECT_EQ(destroyed, 0);
-  EXPECT_EQ(early->references(), 1u);
-  node->countIs(1);
-  EXPECT_EQ(destroyed, 0);
-  early = nullptr;
-  EXPECT_EQ(destroyed, 1);
-}
-
 TEST(EntityTest, ZombieReactorsNeverReachTheirMachine) {
   auto node = Kiv::make<Node>("n");
   // The first notifiee makes the second machine a zombie while the delivery is in progress.
