@@ -32,7 +32,7 @@ struct World {
     contextConfig = protocolConfig->contextConfigIs(Bridging::VlanId(10));
     contextConfig->maxGroupsIs(64);
     status = protocolStatus->contextStatusIs(Bridging::VlanId(10));
-    core = new CoreSm(config, status, counterDir, contextConfig, profileConfig, wheel, wheel);
+    core = Kiv::make<CoreSm>(config, status, counterDir, contextConfig, profileConfig, wheel, wheel);
     core->flooderIs(flooder);
     for (const Lomax::IntfId& p : ports) core->enabledIntfIs(p, true);
     core->initializedIs(true);

@@ -31,7 +31,7 @@ namespace Igmp {
 
 // One VLAN's querier. mtu 0 leaves the frame size to the querier.
 class QuerierConfig : public Kiv::KeyedEntity<Kiv::Name> {
-  KIV_ENTITY_KEYED(QuerierConfig, Kiv::Name, name, QUERIER_CONFIG_ATTRS)
+  KIV_ENTITY_KEYED(QuerierConfig, Kiv::Name, vlanName, QUERIER_CONFIG_ATTRS)
 
   // The querier's packet access in its VLAN while the VLAN's snooping core runs, else null. It lives
   // in this process only and is not stored with the entity: the querier reads it when it sends.
@@ -52,7 +52,7 @@ class QuerierConfigDir : public Kiv::NamedEntity {
 
 // What the querier of one VLAN knows: the elected querier's address. The glue only hands it over.
 class QuerierStatus : public Kiv::KeyedEntity<Kiv::Name> {
-  KIV_ENTITY_KEYED(QuerierStatus, Kiv::Name, name, QUERIER_STATUS_ATTRS)
+  KIV_ENTITY_KEYED(QuerierStatus, Kiv::Name, vlanName, QUERIER_STATUS_ATTRS)
 };
 
 #define QUERIER_STATUS_DIR_ATTRS(X) X(entities, querierStatus, QuerierStatus, Kiv::Name, QuerierStatus)
